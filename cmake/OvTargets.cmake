@@ -1,0 +1,68 @@
+# How every target of the project is made: one helper for libraries, one for programs.
+
+find_package(Threads REQUIRED)
+
+function(ov_compile_settings target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow)
+  if(OVATTRIBUTE_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  # Inline statics must stay inside the copy of the library that owns them, or a second copy
+  # loaded into the process could never be unloaded.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE -fno-gnu-unique)
+  endif()
+  if(OVATTRIBUTE_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${OVATTRIBUTE_SANITIZE}
+      -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(${target} PRIVATE -fsanitize=${OVATTRIBUTE_SANITIZE})
+  endif()
+  if(OVATTRIBUTE_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage -fprofile-abs-path)
+    target_link_options(${target} PRIVATE --coverage)
+  endif()
+endfunction()
+
+# ov_add_library(name [BUILTIN] SOURCES ... HEADERS ... [DEPENDS ...] [PRIVATE_DEPENDS ...])
+#
+# BUILTIN makes an object library whose code goes into another library of the project.
+# Headers are installed as <library>/<header>; those under impl/ are not installed unless listed.
+function(ov_add_library name)
+  cmake_parse_arguments(arg "BUILTIN" "" "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  if(arg_BUILTIN)
+    add_library(${name} OBJECT ${arg_SOURCES} ${arg_HEADERS})
+  else()
+    add_library(${name} ${arg_SOURCES} ${arg_HEADERS})
+    set_target_properties(${name} PROPERTIES
+      VERSION ${PROJECT_VERSION}
+      SOVERSION ${PROJECT_VERSION_MAJOR})
+    get_target_property(type ${name} TYPE)
+    if(type STREQUAL "SHARED_LIBRARY")
+      target_link_options(${name} PRIVATE -Wl,-Bsymbolic)
+      if(NOT OVATTRIBUTE_SANITIZE)
+        target_link_options(${name} PRIVATE -Wl,--no-undefined)
+      endif()
+    endif()
+  endif()
+  add_library(ovattribute::${name} ALIAS ${name})
+  target_include_directories(${name} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE ${arg_PRIVATE_DEPENDS})
+  ov_compile_settings(${name})
+endfunction()
+
+# ov_add_program(name SOURCES ... [DEPENDS ...])
+function(ov_add_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_DEPENDS})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  ov_compile_settings(${name})
+endfunction()

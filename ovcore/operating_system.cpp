@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ovcore/operating_system.h"
+
+#include <sys/random.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+#include "ovcore/error_codes.h"
+#include "ovcore/exception.h"
+
+namespace ovcore {
+
+void fill_random(void* buffer, std::size_t size) {
+  auto* out = static_cast<unsigned char*>(buffer);
+  while (size > 0) {
+    const ssize_t got = ::getrandom(out, size, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      throw_error(error::ovcore_random, "The system's random source failed",
+                  {"ovcore/operating_system", "ovcore::fill_random()", 0});
+    }
+    out += got;
+    size -= static_cast<std::size_t>(got);
+  }
+}
+
+void debug_break() noexcept {
+  ::raise(SIGTRAP);
+}
+
+bool has_environment_variable(const char* name) noexcept {
+  return std::getenv(name) != nullptr;
+}
+
+}  // namespace ovcore

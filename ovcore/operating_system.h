@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+// The few facilities of the operating system that the libraries need.
+#pragma once
+
+#include <cstddef>
+
+#include "ovcore/export.h"
+#include "ovcore/source_string.h"
+
+namespace ovcore {
+
+/// Fills the buffer from the system's random source, fit for identifiers and seeds.
+/// Raises `ovcore_random`.
+OV_EXPORT void fill_random(void* buffer, std::size_t size);
+
+/// Stops in the debugger; ends the process (SIGTRAP) when none is attached.
+OV_EXPORT void debug_break() noexcept;
+
+/// True when the environment has the variable, with whatever value.
+[[nodiscard]] OV_EXPORT bool has_environment_variable(const char* name) noexcept;
+
+}  // namespace ovcore

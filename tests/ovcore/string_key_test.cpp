@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ovcore/string_key.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include "ovcore/impl/key_table.h"
+#include "ovcore/static_instance.h"
+
+namespace ovcore {
+namespace {
+
+// Built before main and used after it: a failure here ends the test program.
+const StringKey g_early("made during static initialisation, with a long text");
+struct UsedAtExit {
+  ~UsedAtExit() {
+    if (StringKey("made at exit").value() != "made at exit") std::abort();
+  }
+} g_used_at_exit;
+
+TEST(StringKey, EqualTextsShareOneToken) {
+  const StringKey a("one");
+  const StringKey b("one too", 3);
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a.key_value(), b.key_value());
+  EXPECT_EQ(a.hash(), b.hash());
+  EXPECT_EQ(&a.value(), &b.value());
+  EXPECT_NE(a, StringKey("One"));
+  EXPECT_EQ(g_early, StringKey("made during static initialisation, with a long text"));
+  const std::string with_nul("a\0b", 3);
+  EXPECT_NE(StringKey(with_nul), StringKey("a"));
+  EXPECT_EQ(StringKey(with_nul).value(), with_nul);
+}
+
+TEST(StringKey, TheEmptyTextIsTheDefaultKey) {
+  StringKey key("x");
+  key.clear();
+  EXPECT_EQ(key, StringKey());
+  EXPECT_EQ(StringKey(""), StringKey());
+  EXPECT_EQ(StringKey().value(), "");
+  EXPECT_TRUE(StringKey().empty());
+  EXPECT_LT(StringKey(), StringKey("x"));
+}
+
+TEST(StringKey, TokensAreReclaimed) {
+  const std::size_t before = StringKey::interned_count();
+  {
+    std::vector<StringKey> keys;
+    for (int i = 0; i < 5000; ++i)
+      keys.emplace_back("reclaimed " + std::to_string(i));
+    const std::vector<StringKey> copies = keys;
+    EXPECT_EQ(StringKey::interned_count(), before + 5000);
+    keys.clear();
+    EXPECT_EQ(StringKey::interned_count(), before + 5000);
+    EXPECT_EQ(copies[77].value(), "reclaimed 77");
+  }
+  EXPECT_EQ(StringKey::interned_count(), before);
+}
+
+TEST(StringKey, OrderIsThatOfFirstUse) {
+  std::vector<StringKey> keys;
+  for (int i = 3000; i > 0; --i)
+    keys.emplace_back("first use " + std::to_string(i));
+  // Slots given back earlier may be used again; beyond those, addresses ascend.
+  std::size_t descents = 0;
+  for (std::size_t i = 1; i < keys.size(); ++i)
+    descents += keys[i] < keys[i - 1];
+  EXPECT_LT(descents, keys.size() / 2);
+
+  impl::KeyTable fresh;
+  impl::KeyToken* previous = nullptr;
+  for (int i = 3000; i > 0; --i) {
+    impl::KeyToken* token = fresh.intern(std::to_string(i));
+    EXPECT_LT(previous, token);
+    previous = token;
+  }
+}
+
+TEST(KeyTable, GivesChunksBackAndUsesSlotsAgain) {
+  impl::KeyTable table;
+  std::set<const void*> first_round;
+  for (int round = 0; round < 3; ++round) {
+    std::vector<impl::KeyToken*> tokens;
+    for (int i = 0; i < 5000; ++i) {
+      tokens.push_back(table.intern("a text too long to be held in place " + std::to_string(i)));
+      if (round == 0) {
+        first_round.insert(tokens.back());
+      } else {
+        EXPECT_TRUE(first_round.contains(tokens.back()));
+      }
+    }
+    EXPECT_EQ(table.size(), 5000u);
+    for (std::size_t i = 0; i < tokens.size(); ++i) {
+      EXPECT_EQ(tokens[i]->text, "a text too long to be held in place " + std::to_string(i));
+      table.release_last(tokens[i]);
+    }
+    EXPECT_EQ(table.size(), 0u);
+  }
+}
+
+TEST(KeyTable, HashUsesEveryByte) {
+  impl::KeyTable table;
+  std::unordered_set<std::size_t> hashes;
+  std::size_t texts = 0;
+  for (std::size_t size = 1; size <= 70; ++size) {
+    for (std::size_t at = 0; at < size; ++at) {
+      for (const char changed : {'a', 'b', '\0', '\xff'}) {
+        std::string text(size, 'a');
+        text[at] = changed;
+        if (changed == 'a' && at > 0) continue;
+        hashes.insert(table.intern(text)->hash);
+        ++texts;
+      }
+    }
+  }
+  EXPECT_EQ(hashes.size(), texts);
+  EXPECT_NE(impl::KeyTable().intern("x")->hash, impl::KeyTable().intern("x")->hash);
+}
+
+TEST(StringKey, ManyThreadsInternAndDropTheSameTexts) {
+  const std::size_t before = StringKey::interned_count();
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([] {
+      for (int i = 0; i < 20000; ++i) {
+        const std::string text = "contended " + std::to_string(i % 7);
+        const StringKey key(text);
+        const StringKey copy = key;
+        if (copy.value() != text) std::abort();
+      }
+    });
+  }
+  for (std::thread& t : threads)
+    t.join();
+  EXPECT_EQ(StringKey::interned_count(), before);
+}
+
+TEST(StringKey, TraceIsTheText) {
+  std::ostringstream out;
+  StringKey("a name").write_trace(out);
+  StringKey().write_trace(out);
+  EXPECT_EQ(out.str(), "a name");
+}
+
+}  // namespace
+}  // namespace ovcore
