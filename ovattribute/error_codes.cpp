@@ -4,13 +4,13 @@
 namespace ovattribute::error {
 
 #define OV_ERROR(name, text, meaning) constinit const ovcore::ErrorCode name(text, true);
-#include "ovattribute/error_codes.def"
+#include "ovattribute/error_codes.inc"
 #undef OV_ERROR
 
 std::span<const ovcore::ErrorCatalogEntry> catalog() noexcept {
   static constexpr ovcore::ErrorCatalogEntry entries[] = {
 #define OV_ERROR(name, text, meaning) {&name, #name, meaning},
-#include "ovattribute/error_codes.def"
+#include "ovattribute/error_codes.inc"
 #undef OV_ERROR
   };
   return entries;

@@ -10,7 +10,7 @@
 namespace ovattribute::error {
 
 #define OV_ERROR(name, text, meaning) OV_EXPORT extern const ovcore::ErrorCode name;
-#include "ovattribute/error_codes.def"
+#include "ovattribute/error_codes.inc"
 #undef OV_ERROR
 
 /// Every code above, in the order of the list.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a library defines its branch of error codes: one `error_codes.def` per library, a list of
+// How a library defines its branch of error codes: one `error_codes.inc` per library, a list of
 //
 //   OV_ERROR(ovcore_time_overflow, "error.ovcore.time.overflow", "a time beyond its range")
 //

@@ -4,13 +4,13 @@
 namespace ovcore::error {
 
 #define OV_ERROR(name, text, meaning) constinit const ovcore::ErrorCode name(text, true);
-#include "ovcore/error_codes.def"
+#include "ovcore/error_codes.inc"
 #undef OV_ERROR
 
 std::span<const ovcore::ErrorCatalogEntry> catalog() noexcept {
   static constexpr ovcore::ErrorCatalogEntry entries[] = {
 #define OV_ERROR(name, text, meaning) {&name, #name, meaning},
-#include "ovcore/error_codes.def"
+#include "ovcore/error_codes.inc"
 #undef OV_ERROR
   };
   return entries;

@@ -10,7 +10,7 @@
 namespace ovcore::error {
 
 #define OV_ERROR(name, text, meaning) OV_EXPORT extern const ovcore::ErrorCode name;
-#include "ovcore/error_codes.def"
+#include "ovcore/error_codes.inc"
 #undef OV_ERROR
 
 /// Every code above, in the order of the list.

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// Counting and failing allocations. Linked into every test program, where it replaces the global
+// operator new; what C libraries allocate is not seen. Counts are of the calling thread.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+namespace ovtest {
+
+struct AllocationCounts {
+  std::uint64_t made = 0;
+  std::uint64_t freed = 0;
+  std::uint64_t bytes = 0;  // asked for in all
+};
+AllocationCounts allocation_counts() noexcept;
+
+/// Makes the n-th allocation from now on (0: the next) and every later one fail, while it lives.
+class FailAllocations {
+ public:
+  explicit FailAllocations(std::uint64_t after) noexcept;
+  ~FailAllocations();
+  FailAllocations(const FailAllocations&) = delete;
+  FailAllocations& operator=(const FailAllocations&) = delete;
+};
+
+/// Allocations that `f` makes.
+template <class F>
+std::uint64_t allocations_of(F&& f) {
+  const std::uint64_t before = allocation_counts().made;
+  f();
+  return allocation_counts().made - before;
+}
+
+/// Runs `operation` with its n-th allocation failing, for n from 0 until it succeeds; after each
+/// failure runs `check`, which asserts that everything is as it was, and looks for leaks.
+/// `operation` must give back what it makes. Returns the number of failures.
+template <class Operation, class Check>
+std::uint64_t for_each_failed_allocation(Operation&& operation, Check&& check) {
+  operation();  // what is made once per process is made here
+  for (std::uint64_t n = 0;; ++n) {
+    const AllocationCounts before = allocation_counts();
+    try {
+      const FailAllocations fail(n);
+      operation();
+      return n;
+    } catch (const std::bad_alloc&) {
+    }
+    const AllocationCounts after = allocation_counts();
+    EXPECT_EQ(after.made - before.made, after.freed - before.freed)
+        << "leak when allocation " << n << " fails";
+    check();
+  }
+}
+
+}  // namespace ovtest
