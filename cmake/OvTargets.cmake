@@ -1,7 +1,5 @@
 # How every target of the project is made: one helper for libraries, one for programs.
 
-find_package(Threads REQUIRED)
-
 function(ov_compile_settings target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES
@@ -44,7 +42,10 @@ function(ov_add_library name)
       SOVERSION ${PROJECT_VERSION_MAJOR})
     get_target_property(type ${name} TYPE)
     if(type STREQUAL "SHARED_LIBRARY")
-      target_link_options(${name} PRIVATE -Wl,-Bsymbolic)
+      target_link_options(${name} PRIVATE -Wl,-Bsymbolic
+        -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+      set_property(TARGET ${name} APPEND PROPERTY
+        LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
       if(NOT OVATTRIBUTE_SANITIZE)
         target_link_options(${name} PRIVATE -Wl,--no-undefined)
       endif()
