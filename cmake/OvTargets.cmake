@@ -30,7 +30,7 @@ endfunction()
 # ov_add_library(name [BUILTIN] SOURCES ... HEADERS ... [DEPENDS ...] [PRIVATE_DEPENDS ...])
 #
 # BUILTIN makes an object library whose code goes into another library of the project.
-# Headers are installed as <library>/<header>; those under impl/ are not installed unless listed.
+# HEADERS are installed as <library>/<header>; headers that users never see stand under SOURCES.
 function(ov_add_library name)
   cmake_parse_arguments(arg "BUILTIN" "" "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
   if(arg_BUILTIN)
@@ -39,7 +39,8 @@ function(ov_add_library name)
     add_library(${name} ${arg_SOURCES} ${arg_HEADERS})
     set_target_properties(${name} PROPERTIES
       VERSION ${PROJECT_VERSION}
-      SOVERSION ${PROJECT_VERSION_MAJOR})
+      SOVERSION ${PROJECT_VERSION_MAJOR}
+      INSTALL_RPATH "$ORIGIN")
     get_target_property(type ${name} TYPE)
     if(type STREQUAL "SHARED_LIBRARY")
       target_link_options(${name} PRIVATE -Wl,-Bsymbolic
@@ -57,6 +58,7 @@ function(ov_add_library name)
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE ${arg_PRIVATE_DEPENDS})
   ov_compile_settings(${name})
+  ov_install_library(${name} ${arg_HEADERS})
 endfunction()
 
 # ov_add_program(name SOURCES ... [DEPENDS ...])
@@ -65,5 +67,6 @@ function(ov_add_program name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_DEPENDS})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   ov_compile_settings(${name})
 endfunction()
