@@ -32,10 +32,12 @@ if(OVATTRIBUTE_BUILD_TOOLS)
   ov_need(CLI11_FOUND libcli11-dev "CLI11 2.1, unless OVATTRIBUTE_BUILD_TOOLS is OFF")
 endif()
 
-# GTest::gmock, GTest::gtest_main
+# GTest::gmock, GTest::gtest_main, Python3::Interpreter
 if(OVATTRIBUTE_BUILD_TESTS)
   find_package(GTest 1.12 CONFIG QUIET)
   ov_need(GTest_FOUND "libgtest-dev libgmock-dev" "GoogleTest 1.12, unless OVATTRIBUTE_BUILD_TESTS is OFF")
+  find_package(Python3 3.9 QUIET COMPONENTS Interpreter)
+  ov_need(Python3_FOUND python3 "Python 3.9, unless OVATTRIBUTE_BUILD_TESTS is OFF")
 endif()
 
 if(ov_missing)
