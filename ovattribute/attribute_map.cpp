@@ -1,0 +1,275 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ovattribute/attribute_map.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "ovattribute/error_codes.h"
+#include "ovattribute/nesting.h"
+#include "ovcore/error_composer.h"
+
+namespace ovattribute {
+namespace {
+
+using Holder = AttributeMapBase::MapHolder;
+
+ovcore::SourceLocation location(const char* function, std::uint32_t line) {
+  return {"ovattribute/attribute_map", function, line};
+}
+
+// Destruction of nested maps: levels that run on the stack of the calling thread, and holders that
+// wait until it has unwound.
+constexpr unsigned max_destruction_levels = 64;
+thread_local unsigned t_destruction_level = 0;
+thread_local Holder* t_doomed = nullptr;
+
+}  // namespace
+
+// Made early, and kept by a reference of its own: maps are made during static initialisation and
+// used at exit.
+[[gnu::init_priority(101)]] const ovcore::RefCountPtr<Holder> AttributeMapBase::sm_pEmptyImpl(
+    new MapHolder());
+
+Holder::~MapHolder() = default;
+
+void Holder::operator delete(MapHolder* holder, std::destroying_delete_t) noexcept {
+  if (t_destruction_level >= max_destruction_levels) {
+    holder->m_next_doomed = t_doomed;
+    t_doomed = holder;
+    return;
+  }
+  ++t_destruction_level;
+  holder->~MapHolder();
+  ::operator delete(static_cast<void*>(holder));
+  --t_destruction_level;
+  if (t_destruction_level > 0) return;
+  while (t_doomed != nullptr) {
+    MapHolder* const next = std::exchange(t_doomed, t_doomed->m_next_doomed);
+    delete next;
+  }
+}
+
+ovcore::RefCountPtr<Holder> Holder::clone() const {
+  return ovcore::make_ref_counted<MapHolder>(map);
+}
+
+AttributeMapBase::AttributeMapBase()
+    : m_pImpl(sm_pEmptyImpl ? sm_pEmptyImpl : ovcore::make_ref_counted<MapHolder>()) {}
+
+std::size_t AttributeMapBase::hash() const {
+  const impl::NestingGuard guard;
+  std::size_t h = 0;
+  for (const value_type& entry : map())
+    h = h * 5 + (entry.first.hash() ^ entry.second.hash());
+  return h;
+}
+
+AttributeMap AttributeMapBase::merged_with(const AttributeMapBase& other) const {
+  if (empty()) return other;
+  if (other.empty()) return *this;
+  return AttributeMap(merged_aux(map(), other.map()));
+}
+
+ovcore::RefCountPtr<Holder> AttributeMapBase::merged_aux(const Map& preferred, const Map& second) {
+  auto result = ovcore::make_ref_counted<MapHolder>();
+  const auto append = [&result](const_iterator entry) {
+    result->map.append(entry->first, entry->second);
+  };
+  auto p = preferred.begin();
+  auto s = second.begin();
+  while (p != preferred.end() || s != second.end()) {
+    const bool take_second = p == preferred.end() || (s != second.end() && s->first < p->first);
+    if (take_second) {
+      append(s++);
+      continue;
+    }
+    if (s != second.end() && s->first == p->first) ++s;
+    append(p++);
+  }
+  return result;
+}
+
+bool AttributeMapBase::equal(const AttributeMapBase& other) const {
+  if (&map() == &other.map()) return true;
+  if (size() != other.size()) return false;
+  const impl::NestingGuard guard;
+  return std::equal(begin(), end(), other.begin(), [](const value_type& a, const value_type& b) {
+    return a.first == b.first && a.second == b.second;
+  });
+}
+
+int AttributeMapBase::compare(const AttributeMapBase& other) const {
+  if (&map() == &other.map()) return 0;
+  const impl::NestingGuard guard;
+  const_iterator a = begin();
+  const_iterator b = other.begin();
+  for (; a != end() && b != other.end(); ++a, ++b) {
+    if (a->first != b->first) return a->first < b->first ? -1 : 1;
+    const int order = a->second.compare(b->second);
+    if (order != 0) return order < 0 ? -1 : 1;
+  }
+  return int{a != end()} - int{b != other.end()};
+}
+
+void AttributeMapBase::check_attribute_of_type(const AttributeName& name,
+                                               const AttributeValue& value,
+                                               const ValueTypeId& expected_type) {
+  if (value.type() == expected_type) return;
+  ovcore::ErrorComposer(
+      "Attribute '{@name}': Expecting value of type '{@expectedType}'; actual type '{@actualType}'")
+      .add("name", name.value())
+      .add("expectedType", expected_type.name())
+      .add("actualType", value.type().name())
+      .throw_error(error::ovattribute_value_type_mismatch,
+                   location("ovattribute::AttributeMapBase::check_attribute_of_type()", 235));
+}
+
+void AttributeMapBase::check_default_of_type(const AttributeName& name,
+                                             const AttributeValue& default_value,
+                                             const ValueTypeId& expected_type) {
+  if (default_value.type() == expected_type) return;
+  ovcore::ErrorComposer(
+      "Expecting default value of type '{@expectedType}' for attribute '{@name}'; "
+      "actual default value type: '{@actualType}'")
+      .add("name", name.value())
+      .add("expectedType", expected_type.name())
+      .add("actualType", default_value.type().name())
+      .throw_error(error::ovattribute_value_type_mismatch,
+                   location("ovattribute::AttributeMapBase::check_default_of_type()", 251));
+}
+
+void AttributeMapBase::check_scalar_of_type(const AttributeName& name, const AttributeValue& value,
+                                            const ValueTypeId& expected_type) {
+  if (value.type() != expected_type) {
+    ovcore::ErrorComposer(
+        "Attribute '{@name}': Expecting value of type '{@expectedType}'; "
+        "actual type '{@actualType}'")
+        .add("name", name.value())
+        .add("expectedType", expected_type.name())
+        .add("actualType", value.type().name())
+        .throw_error(error::ovattribute_value_type_mismatch,
+                     location("ovattribute::AttributeMapBase::check_scalar_of_type()", 212));
+  }
+  if (value.size() == 1) return;
+  ovcore::ErrorComposer(
+      "Attribute '{@name}': Expecting scalar, found value with cardinality {@cardinality}")
+      .add("name", name.value())
+      .add("cardinality", value.size())
+      .throw_error(error::ovattribute_value_cardinality_expectSingle,
+                   location("ovattribute::AttributeMapBase::check_scalar_of_type()", 219));
+}
+
+void AttributeMapBase::throw_attribute_not_found(const AttributeName& name) {
+  ovcore::ErrorComposer("Attribute '{@name}' not found in map")
+      .add("name", name.value())
+      .throw_error(error::ovattribute_map_attributeNotFound,
+                   location("ovattribute::AttributeMapBase::throw_attribute_not_found()", 263));
+}
+
+AttributeMap::AttributeMap(MutableAttributeMap other) noexcept
+    : AttributeMapBase(std::move(other)) {}
+
+AttributeMap::AttributeMap(std::initializer_list<value_type> entries)
+    : AttributeMap(MutableAttributeMap(entries)) {}
+
+MutableAttributeMap::MutableAttributeMap(std::initializer_list<value_type> entries) {
+  for (const value_type& entry : entries)
+    add(entry.first, entry.second);
+}
+
+void MutableAttributeMap::prepare_modify() {
+  if (!m_pImpl) {
+    m_pImpl = ovcore::make_ref_counted<MapHolder>();
+  } else if (!m_pImpl->has_unique_ref()) {
+    m_pImpl = m_pImpl->clone();
+  }
+}
+
+MutableAttributeMap& MutableAttributeMap::add(const AttributeName& name, AttributeValue value) {
+  const auto [position, inserted] = writable().try_emplace(name, std::move(value));
+  if (!inserted) position->second.swap(value);
+  return *this;
+}
+
+MutableAttributeMap& MutableAttributeMap::add(const AttributeMapBase& other) {
+  if (other.empty() || &other.map() == &map()) return *this;
+  if (empty()) {
+    m_pImpl = other.m_pImpl;
+    return *this;
+  }
+  if (!m_pImpl->has_unique_ref()) {
+    m_pImpl = merged_aux(other.map(), map());
+    return *this;
+  }
+  m_pImpl->map.assign_all(other.map());
+  return *this;
+}
+
+AttributeValue& MutableAttributeMap::operator[](const AttributeName& name) {
+  return writable().try_emplace(name).first->second;
+}
+
+std::pair<MutableAttributeMap::iterator, bool> MutableAttributeMap::insert(
+    const value_type& entry) {
+  return writable().insert(entry);
+}
+
+// A position in a holder that is about to be copied means nothing in the copy.
+MutableAttributeMap::iterator MutableAttributeMap::insert(const_iterator hint,
+                                                          const value_type& entry) {
+  if (!m_pImpl || !m_pImpl->has_unique_ref()) return insert(entry).first;
+  return m_pImpl->map.insert(hint, entry);
+}
+
+void MutableAttributeMap::insert(const_iterator first, const_iterator last) {
+  writable().insert(first, last);
+}
+
+MutableAttributeMap::iterator MutableAttributeMap::erase(const_iterator position) {
+  if (m_pImpl->has_unique_ref()) return m_pImpl->map.erase(position);
+  const AttributeName name = position->first;
+  Map& own = writable();
+  return own.erase(own.find(name));
+}
+
+MutableAttributeMap::iterator MutableAttributeMap::erase(const_iterator first,
+                                                         const_iterator last) {
+  if (m_pImpl->has_unique_ref()) return m_pImpl->map.erase(first, last);
+  const std::ptrdiff_t before = std::distance(cbegin(), first);
+  const std::ptrdiff_t count = std::distance(first, last);
+  Map& own = writable();
+  const iterator from = std::next(own.begin(), before);
+  return own.erase(from, std::next(from, count));
+}
+
+std::size_t MutableAttributeMap::erase(const AttributeName& name) {
+  return writable().erase(name);
+}
+
+void MutableAttributeMap::clear() {
+  if (m_pImpl && m_pImpl->has_unique_ref()) {
+    m_pImpl->map.clear();
+  } else {
+    m_pImpl = ovcore::make_ref_counted<MapHolder>();
+  }
+}
+
+WritableAttributeMapRef::WritableAttributeMapRef(AttributeMap& map) noexcept
+    : MutableAttributeMap(AttributeMap(std::move(map))), m_pMap(&map) {}
+
+WritableAttributeMapRef::~WritableAttributeMapRef() {
+  m_pMap->m_pImpl.swap(m_pImpl);
+}
+
+}  // namespace ovattribute
+
+std::size_t std::hash<ovattribute::AttributeMapBase>::operator()(
+    const ovattribute::AttributeMapBase& map) const {
+  const ovattribute::impl::NestingGuard guard;
+  std::size_t h = 0;
+  for (const auto& [name, value] : map) {
+    h = h * 5 + (name.hash() ^ std::hash<ovattribute::AttributeValue>()(value));
+  }
+  return h;
+}

@@ -1,0 +1,315 @@
+// SPDX-License-Identifier: Apache-2.0
+// Attribute maps: ordered dictionaries with unique names that share their storage until changed.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <initializer_list>
+#include <iterator>
+#include <new>
+#include <ostream>
+#include <utility>
+
+#include "ovattribute/attribute.h"
+#include "ovattribute/attribute_name.h"
+#include "ovattribute/attribute_value.h"
+#include "ovattribute/impl/ordered_map.h"
+#include "ovcore/export.h"
+#include "ovcore/ref_count.h"
+#include "ovcore/transfer_source.h"
+
+namespace ovattribute {
+
+class AttributeMap;
+class MutableAttributeMap;
+
+/// What all maps have in common: one counted reference to a holder, and everything that reads.
+///
+/// Copies share the holder: one atomic increment, no allocation. A shared holder is never written,
+/// so it may be reached from many threads; one map object is used by one thread at a time.
+/// Entries are ordered by token identity of their names, an order that is stable within one process
+/// only. Iterators are those of an ordered map: they stay valid until their own entry is erased or
+/// the holder is given up. A map that was moved from is empty.
+class OV_EXPORT AttributeMapBase {
+ public:
+  struct NameWord {
+    std::uintptr_t operator()(const AttributeName& name) const noexcept {
+      return name.key().key_value();
+    }
+  };
+  using Map = impl::OrderedMap<AttributeName, AttributeValue, NameWord>;
+  using value_type = Map::value_type;  // std::pair<const AttributeName, AttributeValue>
+  using const_iterator = Map::const_iterator;
+
+  /// The shared storage.
+  class OV_EXPORT MapHolder final : public ovcore::RefCounted {
+   public:
+    MapHolder() noexcept = default;
+    explicit MapHolder(const Map& other) : map(other) {}
+    ~MapHolder() override;
+
+    [[nodiscard]] ovcore::RefCountPtr<MapHolder> clone() const;
+
+    /// Maps nested in maps are destroyed one after the other once they nest deep, so that no depth
+    /// overflows the stack.
+    static void operator delete(MapHolder* holder, std::destroying_delete_t) noexcept;
+    static void* operator new(std::size_t size) { return ::operator new(size); }
+    static void operator delete(void* memory) noexcept { ::operator delete(memory); }
+
+    Map map;
+
+   private:
+    MapHolder* m_next_doomed = nullptr;
+  };
+
+  [[nodiscard]] std::size_t size() const noexcept { return map().size(); }
+  [[nodiscard]] bool empty() const noexcept { return map().empty(); }
+  [[nodiscard]] const_iterator begin() const noexcept { return map().begin(); }
+  [[nodiscard]] const_iterator end() const noexcept { return map().end(); }
+  [[nodiscard]] const_iterator cbegin() const noexcept { return begin(); }
+  [[nodiscard]] const_iterator cend() const noexcept { return end(); }
+  [[nodiscard]] const_iterator find(const AttributeName& name) const noexcept {
+    return map().find(name);
+  }
+  [[nodiscard]] const_iterator lower_bound(const AttributeName& name) const noexcept {
+    return map().lower_bound(name);
+  }
+  [[nodiscard]] const_iterator upper_bound(const AttributeName& name) const noexcept {
+    return map().upper_bound(name);
+  }
+  [[nodiscard]] std::size_t count(const AttributeName& name) const noexcept {
+    return exists(name) ? 1 : 0;
+  }
+  [[nodiscard]] bool exists(const AttributeName& name) const noexcept {
+    return query_ptr(name) != nullptr;
+  }
+  /// The value of that name, or `AttributeValue::null`.
+  [[nodiscard]] const AttributeValue& query(const AttributeName& name) const noexcept {
+    const AttributeValue* value = query_ptr(name);
+    return value != nullptr ? *value : AttributeValue::null;
+  }
+  /// The value of that name, or null.
+  [[nodiscard]] const AttributeValue* query_ptr(const AttributeName& name) const noexcept {
+    const const_iterator found = find(name);
+    return found != end() ? &found->second : nullptr;
+  }
+
+  /// The entries of both; on equal names this map's value is kept. Merging with an empty map shares
+  /// the other's holder.
+  [[nodiscard]] AttributeMap merged_with(const AttributeMapBase& other) const;
+
+  /// Entry by entry, names by token identity; a prefix sorts first. -1, 0 or 1. Raises
+  /// `ovattribute_invalidParameter` when maps nest deeper than `nesting_limit()`, as do the
+  /// operators and `hash`.
+  [[nodiscard]] int compare(const AttributeMapBase& other) const;
+  /// Of the entries in order, h = h * 5 + (name hash xor value hash).
+  [[nodiscard]] std::size_t hash() const;
+
+  friend bool operator==(const AttributeMapBase& a, const AttributeMapBase& b) {
+    return a.equal(b);
+  }
+  friend bool operator<(const AttributeMapBase& a, const AttributeMapBase& b) {
+    return a.compare(b) < 0;
+  }
+  friend bool operator<=(const AttributeMapBase& a, const AttributeMapBase& b) {
+    return a.compare(b) <= 0;
+  }
+  friend bool operator>(const AttributeMapBase& a, const AttributeMapBase& b) {
+    return a.compare(b) > 0;
+  }
+  friend bool operator>=(const AttributeMapBase& a, const AttributeMapBase& b) {
+    return a.compare(b) >= 0;
+  }
+
+  /// As a value holding the map is written.
+  void write_trace(std::ostream& out, const TraceFormatter& formatter, unsigned level) const;
+  /// For each entry, with `separator` between two: `prefix`, the name in single quotes, " => " and
+  /// the value, whose further lines begin with `prefix` too. Nothing for an empty map.
+  void write_trace(std::ostream& out, const char* prefix, const char* separator) const;
+
+  // Whether two maps share their storage; for tests and diagnostics.
+  [[nodiscard]] bool shares_holder_with(const AttributeMapBase& other) const noexcept {
+    return m_pImpl == other.m_pImpl;
+  }
+
+ protected:
+  /// Shares the empty holder; earlier in static initialisation than that one, makes its own.
+  AttributeMapBase();
+  explicit AttributeMapBase(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
+      : m_pImpl(holder) {}
+  AttributeMapBase(const AttributeMapBase&) noexcept = default;
+  AttributeMapBase(AttributeMapBase&&) noexcept = default;
+  AttributeMapBase& operator=(const AttributeMapBase&) noexcept = default;
+  ~AttributeMapBase() = default;
+
+  /// Typed checks for accessors. They return when the check passes and raise otherwise
+  /// (`ovattribute_value_type_mismatch`, `ovattribute_value_cardinality_expectSingle`,
+  /// `ovattribute_map_attributeNotFound`). See `TypedAttribute` for ready-made accessors.
+  static void check_attribute_of_type(const AttributeName& name, const AttributeValue& value,
+                                      const ValueTypeId& expected_type);
+  static void check_default_of_type(const AttributeName& name, const AttributeValue& default_value,
+                                    const ValueTypeId& expected_type);
+  static void check_scalar_of_type(const AttributeName& name, const AttributeValue& value,
+                                   const ValueTypeId& expected_type);
+  [[noreturn]] static void throw_attribute_not_found(const AttributeName& name);
+
+  [[nodiscard]] const Map& map() const noexcept {
+    return m_pImpl ? m_pImpl->map : sm_pEmptyImpl->map;
+  }
+
+  /// The holder of every default-built map.
+  static const ovcore::RefCountPtr<MapHolder> sm_pEmptyImpl;
+
+  // Null only after a move and while the storage is lent out; such a map reads as empty.
+  ovcore::RefCountPtr<MapHolder> m_pImpl;
+
+ private:
+  friend class AttributeMap;
+  friend class MutableAttributeMap;
+  friend class WritableAttributeMapRef;
+
+  [[nodiscard]] bool equal(const AttributeMapBase& other) const;
+  [[nodiscard]] static ovcore::RefCountPtr<MapHolder> merged_aux(const Map& preferred,
+                                                                 const Map& second);
+};
+
+/// The immutable view.
+class OV_EXPORT AttributeMap : public AttributeMapBase {
+ public:
+  AttributeMap() = default;
+  AttributeMap(const AttributeMap&) noexcept = default;
+  AttributeMap(AttributeMap&&) noexcept = default;
+  AttributeMap(const AttributeMapBase& other) noexcept : AttributeMapBase(other) {}
+  /// Freezes a map without copying its entries.
+  AttributeMap(MutableAttributeMap other) noexcept;
+  AttributeMap(ovcore::TransferSource<AttributeMap> other) noexcept : AttributeMap(other.take()) {}
+  /// Of equal names the last counts.
+  AttributeMap(std::initializer_list<value_type> entries);
+  AttributeMap& operator=(AttributeMap other) noexcept {
+    swap(other);
+    return *this;
+  }
+  ~AttributeMap() = default;
+
+  void swap(AttributeMap& other) noexcept { m_pImpl.swap(other.m_pImpl); }
+  friend void swap(AttributeMap& a, AttributeMap& b) noexcept { a.swap(b); }
+  [[nodiscard]] ovcore::TransferSource<AttributeMap> transfer() noexcept {
+    return ovcore::TransferSource<AttributeMap>(*this);
+  }
+
+ private:
+  friend class AttributeMapBase;
+  friend class WritableAttributeMapRef;
+
+  explicit AttributeMap(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
+      : AttributeMapBase(holder) {}
+};
+
+/// The copy-on-write view. Every operation that could change the map, mutable iterators included,
+/// first copies a holder that is shared. Allocation failures leave the map unchanged.
+class OV_EXPORT MutableAttributeMap : public AttributeMapBase {
+ public:
+  using iterator = Map::iterator;
+
+  MutableAttributeMap() = default;
+  MutableAttributeMap(const MutableAttributeMap&) noexcept = default;
+  MutableAttributeMap(MutableAttributeMap&&) noexcept = default;
+  MutableAttributeMap(const AttributeMapBase& other) noexcept : AttributeMapBase(other) {}
+  /// Takes over the holder of a map; it is copied at the first change if it is shared then.
+  MutableAttributeMap(AttributeMap other) noexcept : AttributeMapBase(std::move(other)) {}
+  MutableAttributeMap(ovcore::TransferSource<MutableAttributeMap> other) noexcept
+      : MutableAttributeMap(other.take()) {}
+  /// Of equal names the last counts.
+  MutableAttributeMap(std::initializer_list<value_type> entries);
+  MutableAttributeMap& operator=(MutableAttributeMap other) noexcept {
+    swap(other);
+    return *this;
+  }
+  ~MutableAttributeMap() = default;
+
+  void swap(MutableAttributeMap& other) noexcept { m_pImpl.swap(other.m_pImpl); }
+  friend void swap(MutableAttributeMap& a, MutableAttributeMap& b) noexcept { a.swap(b); }
+  [[nodiscard]] ovcore::TransferSource<MutableAttributeMap> transfer() noexcept {
+    return ovcore::TransferSource<MutableAttributeMap>(*this);
+  }
+
+  using AttributeMapBase::begin;
+  using AttributeMapBase::end;
+  using AttributeMapBase::find;
+  using AttributeMapBase::lower_bound;
+  using AttributeMapBase::upper_bound;
+  [[nodiscard]] iterator begin() { return writable().begin(); }
+  [[nodiscard]] iterator end() { return writable().end(); }
+  [[nodiscard]] iterator find(const AttributeName& name) { return writable().find(name); }
+  [[nodiscard]] iterator lower_bound(const AttributeName& name) {
+    return writable().lower_bound(name);
+  }
+  [[nodiscard]] iterator upper_bound(const AttributeName& name) {
+    return writable().upper_bound(name);
+  }
+
+  /// Sets the name to the value, replacing any value it had.
+  MutableAttributeMap& add(const AttributeName& name, AttributeValue value);
+  MutableAttributeMap& add(const Attribute& attribute) {
+    return add(attribute.name(), attribute.value());
+  }
+  /// Adds every entry of the other map; on equal names the other map's value counts. An empty map
+  /// shares the other's holder.
+  MutableAttributeMap& add(const AttributeMapBase& other);
+  /// The value of that name, Null when it was absent before.
+  AttributeValue& operator[](const AttributeName& name);
+
+  /// An entry that exists already is kept, and `false` returned.
+  std::pair<iterator, bool> insert(const value_type& entry);
+  iterator insert(const_iterator hint, const value_type& entry);
+  /// From another map.
+  void insert(const_iterator first, const_iterator last);
+
+  /// The entry behind the one erased.
+  iterator erase(const_iterator position);
+  iterator erase(const_iterator first, const_iterator last);
+  std::size_t erase(const AttributeName& name);
+  void clear();
+
+ protected:
+  explicit MutableAttributeMap(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
+      : AttributeMapBase(holder) {}
+
+  /// Makes the holder this map's own.
+  void prepare_modify();
+
+ private:
+  [[nodiscard]] Map& writable() {
+    prepare_modify();
+    return m_pImpl->map;
+  }
+};
+
+/// Lends the storage of an `AttributeMap` to a mutable view for a scope. The map must not be used
+/// between construction and destruction; then it holds the result.
+class OV_EXPORT WritableAttributeMapRef : public MutableAttributeMap {
+ public:
+  explicit WritableAttributeMapRef(AttributeMap& map) noexcept;
+  WritableAttributeMapRef(const WritableAttributeMapRef&) = delete;
+  WritableAttributeMapRef& operator=(const WritableAttributeMapRef&) = delete;
+  ~WritableAttributeMapRef();
+
+ private:
+  AttributeMap* m_pMap;
+};
+
+/// Writes the trace text with the default formatter at level 0, as the map would be written as a
+/// value.
+OV_EXPORT std::ostream& operator<<(std::ostream& out, const AttributeMapBase& map);
+
+}  // namespace ovattribute
+
+/// Agrees with `==`.
+template <>
+struct OV_EXPORT std::hash<ovattribute::AttributeMapBase> {
+  std::size_t operator()(const ovattribute::AttributeMapBase& map) const;
+};
+template <>
+struct std::hash<ovattribute::AttributeMap> : std::hash<ovattribute::AttributeMapBase> {};
+template <>
+struct std::hash<ovattribute::MutableAttributeMap> : std::hash<ovattribute::AttributeMapBase> {};

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+// Memory for the nodes of one container.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace ovattribute::impl {
+
+/// Hands out room for nodes of one type from a few slabs, in ascending order within each. Room that
+/// is given back is handed out again first. Knows nothing of the nodes' contents: whoever uses it
+/// destroys them, then calls `clear`.
+template <class Node>
+class SlabPool {
+ public:
+  SlabPool() noexcept = default;
+  SlabPool(const SlabPool&) = delete;
+  SlabPool& operator=(const SlabPool&) = delete;
+  ~SlabPool() { clear(); }
+
+  /// Makes the next `count` nodes neighbours. Raises `std::bad_alloc`, as `take` does.
+  void reserve(std::size_t count) {
+    if (count > room()) add_slab(count);
+  }
+
+  /// `in_use`: nodes handed out so far; the pool doubles with them.
+  [[nodiscard]] void* take(std::size_t in_use) {
+    if (m_free != nullptr) return std::exchange(m_free, m_free->next);
+    if (room() == 0) add_slab(m_newest == nullptr ? first_slab : std::max(second_slab, in_use));
+    return m_newest->node(m_newest->used++);
+  }
+  void give_back(void* node) noexcept {
+    if (m_newest->used > 0 && node == m_newest->node(m_newest->used - 1)) {
+      if (--m_newest->used == 0) drop_newest();
+    } else {
+      m_free = ::new (node) FreeNode{m_free};
+    }
+  }
+
+  /// Whether nodes were given back that lie between others.
+  [[nodiscard]] bool has_gaps() const noexcept { return m_free != nullptr; }
+  /// Calls `f` with every node handed out. REQUIRES: no gaps.
+  template <class F>
+  void for_each(F&& f) const noexcept {
+    for (Slab* slab = m_newest; slab != nullptr; slab = slab->older) {
+      for (std::uint32_t i = 0; i < slab->used; ++i)
+        f(slab->node(i));
+    }
+  }
+
+  /// Takes over the nodes of `other`, which is left empty. REQUIRES: neither is empty, and `other`
+  /// has no gaps.
+  void adopt(SlabPool& other) noexcept {
+    Slab* oldest = other.m_newest;
+    while (oldest->older != nullptr)
+      oldest = oldest->older;
+    // The newest slab stays the newest, since it may have room.
+    oldest->older = std::exchange(m_newest->older, std::exchange(other.m_newest, nullptr));
+  }
+
+  void clear() noexcept {
+    while (m_newest != nullptr)
+      drop_newest();
+    m_free = nullptr;
+  }
+  void swap(SlabPool& other) noexcept {
+    std::swap(m_newest, other.m_newest);
+    std::swap(m_free, other.m_free);
+  }
+
+ private:
+  // JSON objects and the like mostly have three to eight members.
+  static constexpr std::size_t first_slab = 6;
+  static constexpr std::size_t second_slab = 4;
+  static_assert(alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+
+  /// Followed in memory by its nodes, of which the first `used` are handed out or on the free list.
+  struct alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) Slab {
+    Slab* older;
+    std::uint32_t used;
+    std::uint32_t capacity;
+
+    Node* node(std::size_t i) noexcept { return reinterpret_cast<Node*>(this + 1) + i; }
+  };
+  struct FreeNode {
+    FreeNode* next;
+  };
+
+  [[nodiscard]] std::size_t room() const noexcept {
+    return m_newest != nullptr ? m_newest->capacity - m_newest->used : 0;
+  }
+  void add_slab(std::size_t capacity) {
+    capacity = std::min<std::size_t>(capacity, std::numeric_limits<std::uint32_t>::max());
+    void* const memory = ::operator new(sizeof(Slab) + capacity * sizeof(Node));
+    m_newest = ::new (memory) Slab{m_newest, 0, static_cast<std::uint32_t>(capacity)};
+  }
+  void drop_newest() noexcept {
+    Slab* const slab = std::exchange(m_newest, m_newest->older);
+    ::operator delete(slab);
+  }
+
+  Slab* m_newest = nullptr;
+  FreeNode* m_free = nullptr;
+};
+
+}  // namespace ovattribute::impl

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// How deep values may nest where something recurses over them.
+#pragma once
+
+#include <cstddef>
+
+#include "ovcore/export.h"
+
+namespace ovattribute {
+
+inline constexpr std::size_t default_nesting_limit = 512;
+
+/// The limit for comparing, hashing and printing maps within maps, in the whole process; the
+/// readers and writers of each form have an option of their own with the same default. Any thread
+/// may change it at any time. Copying and destroying know no limit.
+[[nodiscard]] OV_EXPORT std::size_t nesting_limit() noexcept;
+OV_EXPORT void set_nesting_limit(std::size_t limit) noexcept;
+
+namespace impl {
+
+/// Counts one level of the calling thread while it lives. Raises `ovattribute_invalidParameter`
+/// beyond the limit.
+class OV_EXPORT NestingGuard {
+ public:
+  NestingGuard();
+  NestingGuard(const NestingGuard&) = delete;
+  NestingGuard& operator=(const NestingGuard&) = delete;
+  ~NestingGuard();
+};
+
+}  // namespace impl
+}  // namespace ovattribute
