@@ -292,6 +292,7 @@ class OV_EXPORT AttributeValue {
 
  private:
   friend class impl::ValueBase;
+  friend struct impl::ValueAccess;
 
   AttributeValue(impl::ValueBase* storage, impl::ValueAttachTag) noexcept : m_holder(storage) {}
 
@@ -340,6 +341,16 @@ class OV_EXPORT AttributeValue {
 
   impl::ValueHolder m_holder;
 };
+
+namespace impl {
+
+/// For readers, which build storage themselves.
+struct ValueAccess {
+  /// Takes over a reference.
+  static AttributeValue adopt(ValueBase* storage) noexcept { return {storage, ValueAttachTag()}; }
+};
+
+}  // namespace impl
 
 /// Writes the trace text with the default formatter at level 0.
 OV_EXPORT std::ostream& operator<<(std::ostream& out, const AttributeValue& value);

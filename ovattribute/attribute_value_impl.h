@@ -42,6 +42,8 @@ namespace impl {
 /// The stored type of Null values: no data.
 struct NullValueType {};
 
+struct ValueAccess;
+
 using ErrorInfoPtr = ovcore::RefCountPtr<const ovcore::ErrorInfo>;
 
 [[noreturn]] OV_EXPORT void throw_get_on_multi_value_attribute();
