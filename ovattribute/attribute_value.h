@@ -154,7 +154,9 @@ class OV_EXPORT AttributeValue {
   /// Characters and pointers are neither integers nor truth values.
   AttributeValue(std::nullptr_t) = delete;
   AttributeValue(const void*) = delete;
-  AttributeValue(std::integral auto) = delete;
+  template <std::integral C>
+    requires(!IntegerType<C> && !std::same_as<C, bool>)
+  AttributeValue(C) = delete;
 
   /// A list: `AttributeValue{1, 2, 3}`, `AttributeValue{"a", "b"}`. One element makes a list of
   /// one.
