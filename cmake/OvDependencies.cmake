@@ -40,6 +40,12 @@ if(OVATTRIBUTE_BUILD_TESTS)
   ov_need(Python3_FOUND python3 "Python 3.9, unless OVATTRIBUTE_BUILD_TESTS is OFF")
 endif()
 
+# benchmark::benchmark
+if(OVATTRIBUTE_BUILD_BENCHMARKS)
+  find_package(benchmark 1.7 CONFIG QUIET)
+  ov_need(benchmark_FOUND libbenchmark-dev "Google Benchmark 1.7, unless OVATTRIBUTE_BUILD_BENCHMARKS is OFF")
+endif()
+
 if(ov_missing)
   message(FATAL_ERROR "Missing packages (scripts/test installs them on Debian):${ov_missing}")
 endif()

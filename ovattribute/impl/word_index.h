@@ -142,13 +142,16 @@ class WordIndex {
   /// Pages made before anything changes, so that the change itself cannot fail.
   class Stock {
    public:
-    explicit Stock(std::size_t count) {
-      while (m_count < count)
-        m_pages[m_count++] = make_page(Capacity, 0);
-    }
+    Stock() noexcept = default;
     ~Stock() {
       while (m_count > 0)
         free_page(m_pages[--m_count]);
+    }
+    Stock(const Stock&) = delete;
+    Stock& operator=(const Stock&) = delete;
+    void fill(std::size_t count) {
+      for (; m_count < count; ++m_count)
+        m_pages[m_count] = make_page(Capacity, 0);
     }
     Page* take(std::size_t level) noexcept {
       Page* const page = m_pages[--m_count];
@@ -241,7 +244,8 @@ void WordIndex<Capacity>::insert(const Path& path, Word word, void* item) {
   while (full_levels <= m_root->level && path.pages[full_levels]->full())
     ++full_levels;
   const bool grows = full_levels > m_root->level;
-  Stock stock(full_levels + grows);
+  Stock stock;
+  stock.fill(full_levels + grows);
 
   Entry entry{word, item};
   std::size_t middle = where_to_part(path);
