@@ -6,15 +6,18 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # Debian packages, by what they are for.
-# shellcheck disable=SC2034  # used by those who source this
+# shellcheck disable=SC2034  # they are used by who sources this
 packages_build=(g++ cmake ninja-build pkgconf libssl-dev liburiparser-dev libxxhash-dev libcli11-dev)
 # shellcheck disable=SC2034
 packages_demo=(iso-codes python3)
 # shellcheck disable=SC2034
 packages_test=(libgtest-dev libgmock-dev iso-codes python3 python3-cbor2)
 # shellcheck disable=SC2034
-packages_check=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 cppcheck gcovr
-  shellcheck git)
+packages_check=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 shellcheck git)
+# shellcheck disable=SC2034
+packages_tidy=(clang-14 clang-tidy-14)
+# shellcheck disable=SC2034
+packages_coverage=(gcovr)
 
 die() {
   printf '%s: %s\n' "$(basename "$0")" "$*" >&2
