@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 
 #include "ovcore/error_codes.h"
 #include "ovcore/exception.h"
@@ -24,6 +25,10 @@ void fill_random(void* buffer, std::size_t size) {
     out += got;
     size -= static_cast<std::size_t>(got);
   }
+}
+
+void cleanse(void* memory, std::size_t size) noexcept {
+  ::explicit_bzero(memory, size);
 }
 
 void debug_break() noexcept {

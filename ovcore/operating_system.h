@@ -13,6 +13,9 @@ namespace ovcore {
 /// Raises `ovcore_random`.
 OV_EXPORT void fill_random(void* buffer, std::size_t size);
 
+/// Overwrites bytes with zero, also where the compiler sees that nobody reads them again.
+OV_EXPORT void cleanse(void* memory, std::size_t size) noexcept;
+
 /// Stops in the debugger; ends the process (SIGTRAP) when none is attached.
 OV_EXPORT void debug_break() noexcept;
 
