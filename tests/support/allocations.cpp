@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/allocations.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <limits>
 
@@ -11,6 +13,7 @@ constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
 
 thread_local AllocationCounts t_counts;
 thread_local std::uint64_t t_allowed = never;
+thread_local WatchFrees::Look* t_look = nullptr;
 
 void* allocate(std::size_t size, std::size_t alignment) noexcept {
   if (t_allowed != never) {
@@ -37,6 +40,12 @@ void* allocate_or_throw(std::size_t size, std::size_t alignment) {
 void release(void* memory) noexcept {
   if (memory == nullptr) return;
   ++t_counts.freed;
+  if (t_look != nullptr) {
+    // What the look itself frees is not shown to it.
+    WatchFrees::Look* const look = std::exchange(t_look, nullptr);
+    (*look)({static_cast<const char*>(memory), ::malloc_usable_size(memory)});
+    t_look = look;
+  }
   std::free(memory);
 }
 
@@ -51,6 +60,13 @@ FailAllocations::FailAllocations(std::uint64_t after) noexcept {
 }
 FailAllocations::~FailAllocations() {
   t_allowed = never;
+}
+
+WatchFrees::WatchFrees(Look look) noexcept {
+  t_look = new Look(std::move(look));
+}
+WatchFrees::~WatchFrees() {
+  delete std::exchange(t_look, nullptr);
 }
 
 }  // namespace ovtest

@@ -7,7 +7,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <new>
+#include <string_view>
+#include <utility>
 
 namespace ovtest {
 
@@ -25,6 +28,16 @@ class FailAllocations {
   ~FailAllocations();
   FailAllocations(const FailAllocations&) = delete;
   FailAllocations& operator=(const FailAllocations&) = delete;
+};
+
+/// Shows every block to `look` just before it is freed, while it lives: for what must be wiped.
+class WatchFrees {
+ public:
+  using Look = std::function<void(std::string_view block)>;
+  explicit WatchFrees(Look look) noexcept;
+  ~WatchFrees();
+  WatchFrees(const WatchFrees&) = delete;
+  WatchFrees& operator=(const WatchFrees&) = delete;
 };
 
 /// Allocations that `f` makes.
