@@ -178,7 +178,15 @@ bool BinaryReader::at_end() {
 }
 
 // The head that follows `skipped` bytes which stand in the window.
-BinaryReader::Head BinaryReader::peek_head(std::size_t skipped) {
+inline BinaryReader::Head BinaryReader::peek_head(std::size_t skipped) {
+  if (in_window() < skipped + impl::max_head) return peek_head_slow(skipped);
+  const unsigned char* const head = m_cursor + skipped;
+  const std::size_t size = impl::head_size(*head);
+  if (size == 0) throw_malformed(reason_against(*head), position() + skipped);
+  return {*head, static_cast<std::uint8_t>(size), impl::load_argument(head)};
+}
+
+BinaryReader::Head BinaryReader::peek_head_slow(std::size_t skipped) {
   if (!has(skipped + 1)) throw_truncated();
   const unsigned char initial = m_cursor[skipped];
   const std::size_t size = impl::head_size(initial);
@@ -271,6 +279,16 @@ double BinaryReader::get_double() {
   }
 }
 
+// The size of a text whose head is one byte and that stands whole in the window; else npos.
+inline std::size_t BinaryReader::short_text() const noexcept {
+  if (m_cursor == m_end || (*m_cursor & impl::major_mask) != impl::major_text) {
+    return std::string_view::npos;
+  }
+  const std::size_t size = *m_cursor & impl::info_mask;
+  const bool fits = size < impl::inline_end && size < in_window() && size <= limits().max_string;
+  return fits ? size : std::string_view::npos;
+}
+
 // Leaves the content of a string as what comes next.
 BinaryReader::StringHead BinaryReader::string_head() {
   const std::uint64_t at = offset();
@@ -321,6 +339,14 @@ void BinaryReader::check_text(std::string_view text, const StringHead& head) con
 }
 
 void BinaryReader::get_string(std::string& text) {
+  if (const std::size_t size = short_text(); size != std::string_view::npos) {
+    const std::string_view view(reinterpret_cast<const char*>(m_cursor + 1), size);
+    if (ovcore::is_ascii(view)) {
+      text.assign(view);
+      m_cursor += 1 + size;
+      return;
+    }
+  }
   const StringHead head = string_head();
   if (text_in_window(head)) {
     const std::string_view view = window_text(head.size);
@@ -335,6 +361,13 @@ void BinaryReader::get_string(std::string& text) {
 }
 
 ovcore::StringKey BinaryReader::read_string_key() {
+  if (const std::size_t size = short_text(); size != std::string_view::npos && m_keys != nullptr) {
+    const std::string_view view(reinterpret_cast<const char*>(m_cursor + 1), size);
+    if (const ovcore::StringKey* known = m_keys->find(view)) {
+      m_cursor += 1 + size;
+      return *known;
+    }
+  }
   const StringHead head = string_head();
   if (!text_in_window(head)) {
     const std::string gathered = gather(head);

@@ -93,6 +93,7 @@ class OV_EXPORT BinaryReader : public Reader {
   bool has(std::size_t size) { return in_window() >= size || more(size); }
   bool more(std::size_t size);
   Head peek_head(std::size_t skipped = 0);
+  Head peek_head_slow(std::size_t skipped);
   Head read_head();
   std::uint64_t read_head_of(unsigned major, const char* reason);
   bool skip_tag(std::uint64_t tag);
@@ -100,6 +101,7 @@ class OV_EXPORT BinaryReader : public Reader {
   std::int64_t read_time(std::uint64_t tag, int kind);
   std::int64_t integer_of(const Head& head, std::uint64_t at) const;
   std::size_t block_head();
+  [[nodiscard]] std::size_t short_text() const noexcept;
   StringHead string_head();
   bool text_in_window(const StringHead& head);
   [[nodiscard]] std::string_view window_text(std::size_t size) const noexcept {

@@ -87,6 +87,13 @@ void BinaryWriter::put_double(double value) {
 }
 
 void BinaryWriter::put_string(std::string_view text) {
+  if (text.size() < impl::inline_end && text.size() < room() &&
+      text.size() <= limits().max_string && ovcore::is_ascii(text)) {
+    *m_cursor = static_cast<unsigned char>(impl::major_text | text.size());
+    impl::copy_short(m_cursor + 1, text.data(), text.size());
+    m_cursor += 1 + text.size();
+    return;
+  }
   if (text.size() > limits().max_string) {
     impl::throw_writer_size(item_string, text.size(), limits().max_string,
                             site("ovserialize::Writer::operator<<()"));

@@ -46,6 +46,9 @@ constexpr std::uint64_t tag_string = 38218;        // private: a string that is 
 constexpr unsigned char key_seconds = 0x01;        // the key 1 of a time's map
 constexpr unsigned char key_microseconds = 0x25;   // the key -6
 
+/// Arguments below this stand in the initial byte.
+constexpr std::uint64_t inline_end = 24;
+
 /// Longest head, and longest item that is written in one go (a time: 3 + 1 + 1 + 9 + 1 + 5).
 constexpr std::size_t max_head = 9;
 constexpr std::size_t max_item = 24;
@@ -63,6 +66,57 @@ inline U load_big(const unsigned char* in) noexcept {
   for (std::size_t i = 0; i < sizeof value; ++i)
     value = static_cast<U>(value << 8 | in[i]);
   return value;
+}
+
+/// Copies up to 32 bytes without a call.
+inline void copy_short(unsigned char* out, const void* from, std::size_t size) noexcept {
+  const auto* in = static_cast<const unsigned char*>(from);
+  const auto two = [=](auto word) {
+    auto last = word;
+    std::memcpy(&word, in, sizeof word);
+    std::memcpy(&last, in + size - sizeof last, sizeof last);
+    std::memcpy(out, &word, sizeof word);
+    std::memcpy(out + size - sizeof last, &last, sizeof last);
+  };
+  struct Word16 {
+    unsigned char bytes[16];
+  };
+  if (size >= 16) {
+    two(Word16{});
+  } else if (size >= 8) {
+    two(std::uint64_t{0});
+  } else if (size >= 4) {
+    two(std::uint32_t{0});
+  } else if (size > 0) {
+    const unsigned char middle = in[size / 2];
+    const unsigned char last = in[size - 1];
+    out[0] = in[0];
+    out[size / 2] = middle;
+    out[size - 1] = last;
+  }
+}
+
+/// Whether two blocks of up to 32 bytes are the same, without a call.
+inline bool equal_short(const void* a, const void* b, std::size_t size) noexcept {
+  const auto* x = static_cast<const unsigned char*>(a);
+  const auto* y = static_cast<const unsigned char*>(b);
+  const auto differ = [=](auto word, std::size_t at) {
+    auto other = word;
+    std::memcpy(&word, x + at, sizeof word);
+    std::memcpy(&other, y + at, sizeof other);
+    return word ^ other;
+  };
+  if (size >= 8) {
+    std::uint64_t different = differ(std::uint64_t{0}, size - 8);
+    for (std::size_t at = 0; at + 8 < size; at += 8)
+      different |= differ(std::uint64_t{0}, at);
+    return different == 0;
+  }
+  if (size >= 4) {
+    return (differ(std::uint32_t{0}, 0) | differ(std::uint32_t{0}, size - 4)) == 0;
+  }
+  return size == 0 ||
+         ((x[0] ^ y[0]) | (x[size / 2] ^ y[size / 2]) | (x[size - 1] ^ y[size - 1])) == 0;
 }
 
 /// Writes the shortest head of a major type and its argument; returns its end.

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "ovcore/string_key.h"
+#include "ovserialize/impl/format.h"
 
 namespace ovserialize::impl {
 
@@ -18,7 +19,10 @@ class KeyCache {
   /// Null when the text is not there.
   [[nodiscard]] const ovcore::StringKey* find(std::string_view text) const noexcept {
     const ovcore::StringKey& slot = m_slots[slot_of(text)];
-    return slot.value() == text ? &slot : nullptr;
+    const std::string& known = slot.value();
+    return known.size() == text.size() && equal_short(known.data(), text.data(), text.size())
+               ? &slot
+               : nullptr;
   }
   void remember(const ovcore::StringKey& key) noexcept { m_slots[slot_of(key.value())] = key; }
 
