@@ -63,42 +63,46 @@ Map build(const std::vector<Word>& keys) {
   return map;
 }
 
-/// Probes in random order; `miss` asks for words between those present.
+constexpr std::size_t probe_count = 65536;
+
+/// In random order and too many for the processor to learn.
+std::vector<Word> probes(std::size_t count) {
+  const auto keys = words(count, ascending);
+  std::mt19937_64 random(2);
+  std::vector<Word> result(probe_count);
+  for (Word& probe : result)
+    probe = keys[random() % count];
+  return result;
+}
+
+/// `miss` asks for words between those present.
 template <class Map, int miss>
 void find(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
   const Map map = build<Map>(words(count, ascending));
-  std::vector<Word> probes;
-  while (probes.size() < 65536) {
-    const auto more = words(count, random_order);
-    probes.insert(probes.end(), more.begin(), more.end());
-  }
-  std::shuffle(probes.begin(), probes.end(), std::mt19937_64(2));
-  probes.resize(65536);
+  const auto asked = probes(count);
   std::size_t hits = 0;
   std::size_t next = 0;
   for (auto _ : state) {
-    hits += map.find(probes[next] + miss) != map.end();
-    next = (next + 1) % 65536;
+    hits += map.find(asked[next] + miss) != map.end();
+    next = (next + 1) % probe_count;
   }
   if ((hits == 0) != (miss == 1)) state.SkipWithError("wrong answer");
   state.SetItemsProcessed(state.iterations());
 }
 
-/// Every probe waits for the answer to the one before.
+/// Each probe waits for the value found by the one before.
 template <class Map>
 void find_in_turn(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
-  const auto keys = words(count, random_order);
-  Map map = build<Map>(words(count, ascending));
-  std::vector<Word> values(keys.begin(), keys.end());
-  Map cycle;
-  for (std::size_t i = 0; i < count; ++i)
-    cycle.try_emplace(keys[i], reinterpret_cast<void*>(keys[(i + 1) % count]));
-  Word at = keys[0];
-  for (auto _ : state)
-    at = reinterpret_cast<Word>(cycle.find(at)->second);
-  benchmark::DoNotOptimize(at);
+  const Map map = build<Map>(words(count, ascending));
+  const auto asked = probes(count);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    const auto value = reinterpret_cast<Word>(map.find(asked[next])->second);  // 0
+    next = (next + 1 + value) % probe_count;
+  }
+  benchmark::DoNotOptimize(next);
   state.SetItemsProcessed(state.iterations());
 }
 
