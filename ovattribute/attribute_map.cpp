@@ -24,12 +24,16 @@ constexpr unsigned max_destruction_levels = 64;
 thread_local unsigned t_destruction_level = 0;
 thread_local Holder* t_doomed = nullptr;
 
+constinit impl::NeverDestroyed<Holder> g_empty_holder(Holder::Permanent{});
+
 }  // namespace
 
-// Made early, and kept by a reference of its own: maps are made during static initialisation and
-// used at exit.
-[[gnu::init_priority(101)]] const ovcore::RefCountPtr<Holder> AttributeMapBase::sm_pEmptyImpl(
-    new MapHolder());
+constinit const ovcore::RefCountPtr<Holder> AttributeMapBase::sm_pEmptyImpl(
+    &g_empty_holder.value, ovcore::AdoptReference());
+
+const AttributeMapBase::Map& AttributeMapBase::empty_map() noexcept {
+  return g_empty_holder.value.map;
+}
 
 Holder::~MapHolder() = default;
 
@@ -54,8 +58,7 @@ ovcore::RefCountPtr<Holder> Holder::clone() const {
   return ovcore::make_ref_counted<MapHolder>(map);
 }
 
-AttributeMapBase::AttributeMapBase()
-    : m_pImpl(sm_pEmptyImpl ? sm_pEmptyImpl : ovcore::make_ref_counted<MapHolder>()) {}
+AttributeMapBase::AttributeMapBase() noexcept : m_pImpl(sm_pEmptyImpl) {}
 
 std::size_t AttributeMapBase::hash() const {
   const impl::NestingGuard guard;

@@ -23,6 +23,10 @@ namespace ovattribute {
 class AttributeMap;
 class MutableAttributeMap;
 
+namespace impl {
+struct MapAccess;
+}
+
 /// What all maps have in common: one counted reference to a holder, and everything that reads.
 ///
 /// Copies share the holder: one atomic increment, no allocation. A shared holder is never written,
@@ -45,10 +49,17 @@ class OV_EXPORT AttributeMapBase {
   class OV_EXPORT MapHolder final : public ovcore::RefCounted {
    public:
     MapHolder() noexcept = default;
+    /// For the empty holder, which is static.
+    struct Permanent {};
+    explicit constexpr MapHolder(Permanent) noexcept : RefCounted(2) {}
     explicit MapHolder(const Map& other) : map(other) {}
+    explicit MapHolder(ovserialize::Reader& reader);
+    MapHolder(ovserialize::Reader& reader, IAttributeNameDecoder& decoder);
     ~MapHolder() override;
 
     [[nodiscard]] ovcore::RefCountPtr<MapHolder> clone() const;
+    void write(ovserialize::Writer& writer) const;
+    void write(ovserialize::Writer& writer, IAttributeNameEncoder& encoder) const;
 
     /// Maps nested in maps are destroyed one after the other once they nest deep, so that no depth
     /// overflows the stack.
@@ -127,14 +138,25 @@ class OV_EXPORT AttributeMapBase {
   /// the value, whose further lines begin with `prefix` too. Nothing for an empty map.
   void write_trace(std::ostream& out, const char* prefix, const char* separator) const;
 
+  /// The entries as a sequence, each its name and its value, in the map's order; a coder has all
+  /// names, also of maps inside values. Raise what the writer or the coder raises, and
+  /// `ovserialize_writer_depth` when maps nest deeper than `nesting_limit()`; what was written
+  /// before stays written.
+  void write(ovserialize::Writer& writer) const;
+  void write(ovserialize::Writer& writer, IAttributeNameEncoder& encoder) const;
+  /// One entry as in `write`.
+  static void write_element_aux(ovserialize::Writer& writer, const value_type& entry);
+  static void write_element_aux(ovserialize::Writer& writer, IAttributeNameEncoder& encoder,
+                                const value_type& entry);
+
   // Whether two maps share their storage; for tests and diagnostics.
   [[nodiscard]] bool shares_holder_with(const AttributeMapBase& other) const noexcept {
     return m_pImpl == other.m_pImpl;
   }
 
  protected:
-  /// Shares the empty holder; earlier in static initialisation than that one, makes its own.
-  AttributeMapBase();
+  /// Shares the empty holder.
+  AttributeMapBase() noexcept;
   explicit AttributeMapBase(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
       : m_pImpl(holder) {}
   AttributeMapBase(const AttributeMapBase&) noexcept = default;
@@ -153,11 +175,9 @@ class OV_EXPORT AttributeMapBase {
                                    const ValueTypeId& expected_type);
   [[noreturn]] static void throw_attribute_not_found(const AttributeName& name);
 
-  [[nodiscard]] const Map& map() const noexcept {
-    return m_pImpl ? m_pImpl->map : sm_pEmptyImpl->map;
-  }
+  [[nodiscard]] const Map& map() const noexcept { return m_pImpl ? m_pImpl->map : empty_map(); }
 
-  /// The holder of every default-built map.
+  /// The holder of every default-built map, initialised at compile time and never destroyed.
   static const ovcore::RefCountPtr<MapHolder> sm_pEmptyImpl;
 
   // Null only after a move and while the storage is lent out; such a map reads as empty.
@@ -168,6 +188,7 @@ class OV_EXPORT AttributeMapBase {
   friend class MutableAttributeMap;
   friend class WritableAttributeMapRef;
 
+  [[nodiscard]] static const Map& empty_map() noexcept;
   [[nodiscard]] bool equal(const AttributeMapBase& other) const;
   [[nodiscard]] static ovcore::RefCountPtr<MapHolder> merged_aux(const Map& preferred,
                                                                  const Map& second);
@@ -176,7 +197,7 @@ class OV_EXPORT AttributeMapBase {
 /// The immutable view.
 class OV_EXPORT AttributeMap : public AttributeMapBase {
  public:
-  AttributeMap() = default;
+  AttributeMap() noexcept = default;
   AttributeMap(const AttributeMap&) noexcept = default;
   AttributeMap(AttributeMap&&) noexcept = default;
   AttributeMap(const AttributeMapBase& other) noexcept : AttributeMapBase(other) {}
@@ -185,6 +206,9 @@ class OV_EXPORT AttributeMap : public AttributeMapBase {
   AttributeMap(ovcore::TransferSource<AttributeMap> other) noexcept : AttributeMap(other.take()) {}
   /// Of equal names the last counts.
   AttributeMap(std::initializer_list<value_type> entries);
+  /// Reads what `write` wrote; see `MutableAttributeMap::read`.
+  explicit AttributeMap(ovserialize::Reader& reader);
+  AttributeMap(ovserialize::Reader& reader, IAttributeNameDecoder& decoder);
   AttributeMap& operator=(AttributeMap other) noexcept {
     swap(other);
     return *this;
@@ -200,6 +224,7 @@ class OV_EXPORT AttributeMap : public AttributeMapBase {
  private:
   friend class AttributeMapBase;
   friend class WritableAttributeMapRef;
+  friend struct impl::MapAccess;
 
   explicit AttributeMap(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
       : AttributeMapBase(holder) {}
@@ -211,7 +236,7 @@ class OV_EXPORT MutableAttributeMap : public AttributeMapBase {
  public:
   using iterator = Map::iterator;
 
-  MutableAttributeMap() = default;
+  MutableAttributeMap() noexcept = default;
   MutableAttributeMap(const MutableAttributeMap&) noexcept = default;
   MutableAttributeMap(MutableAttributeMap&&) noexcept = default;
   MutableAttributeMap(const AttributeMapBase& other) noexcept : AttributeMapBase(other) {}
@@ -271,6 +296,13 @@ class OV_EXPORT MutableAttributeMap : public AttributeMapBase {
   std::size_t erase(const AttributeName& name);
   void clear();
 
+  /// Replaces the entries by those read, as `AttributeMapBase::write` wrote them; names may come in
+  /// any order, and of equal names the first counts. Raise what the reader or the coder raises, and
+  /// `ovserialize_reader_depth` when maps nest deeper than `nesting_limit()`; then the map is
+  /// unchanged.
+  void read(ovserialize::Reader& reader);
+  void read(ovserialize::Reader& reader, IAttributeNameDecoder& decoder);
+
  protected:
   explicit MutableAttributeMap(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
       : AttributeMapBase(holder) {}
@@ -301,6 +333,10 @@ class OV_EXPORT WritableAttributeMapRef : public MutableAttributeMap {
 /// Writes the trace text with the default formatter at level 0, as the map would be written as a
 /// value.
 OV_EXPORT std::ostream& operator<<(std::ostream& out, const AttributeMapBase& map);
+
+OV_EXPORT ovserialize::Writer& operator<<(ovserialize::Writer& writer, const AttributeMapBase& map);
+OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, AttributeMap& map);
+OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, MutableAttributeMap& map);
 
 }  // namespace ovattribute
 

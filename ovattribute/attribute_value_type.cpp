@@ -1,37 +1,49 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ovattribute/attribute_value_type.h"
 
+#include <array>
+#include <iterator>
+
 #include "ovattribute/error_codes.h"
 #include "ovcore/error_composer.h"
+#include "ovcore/static_instance.h"
 
 namespace ovattribute {
 
-// Before the static objects of ordinary priority, here and in whatever uses the library.
-#define OV_TYPE(name, text)                                                                    \
-  [[gnu::init_priority(101)]] const ValueTypeId ValueTypeId::type##name(ValueTypeId::id##name, \
-                                                                        text);
-OV_TYPE(Null, "Null")
-OV_TYPE(Boolean, "Boolean")
-OV_TYPE(Integer, "Integer")
-OV_TYPE(String, "String")
-OV_TYPE(Double, "Double")
-OV_TYPE(Uuid, "UUID")
-OV_TYPE(Uri, "URI")
-OV_TYPE(AbsoluteTime, "AbsoluteTime")
-OV_TYPE(RelativeTime, "RelativeTime")
-OV_TYPE(SimpleDateTime, "SimpleDateTime")
-OV_TYPE(Binary, "Binary")
-OV_TYPE(Serialized, "Serialized")
-OV_TYPE(AttributeMap, "AttributeMap")
-OV_TYPE(Secured, "Secured")
-OV_TYPE(ErrorInfo, "ErrorInfo")
+#define OV_TYPES(X)                   \
+  X(Null, "Null")                     \
+  X(Boolean, "Boolean")               \
+  X(Integer, "Integer")               \
+  X(String, "String")                 \
+  X(Double, "Double")                 \
+  X(Uuid, "UUID")                     \
+  X(Uri, "URI")                       \
+  X(AbsoluteTime, "AbsoluteTime")     \
+  X(RelativeTime, "RelativeTime")     \
+  X(SimpleDateTime, "SimpleDateTime") \
+  X(Binary, "Binary")                 \
+  X(Serialized, "Serialized")         \
+  X(AttributeMap, "AttributeMap")     \
+  X(Secured, "Secured")               \
+  X(ErrorInfo, "ErrorInfo")
+
+#define OV_TYPE(name, text) \
+  constinit const ValueTypeId ValueTypeId::type##name(ValueTypeId::id##name);
+OV_TYPES(OV_TYPE)
 #undef OV_TYPE
 
+const std::string& ValueTypeId::name() const {
+#define OV_TYPE(name, text) std::string(text),
+  static const ovcore::StaticInstance<std::array<std::string, 15>> names(
+      std::array<std::string, 15>{OV_TYPES(OV_TYPE)});
+#undef OV_TYPE
+  return names.get()[m_id];
+}
+
 const ValueTypeId& ValueTypeId::from_id(EId id) {
-  static constexpr const ValueTypeId* by_id[] = {
-      &typeNull,   &typeBoolean,    &typeInteger,      &typeString,       &typeDouble,
-      &typeUuid,   &typeUri,        &typeAbsoluteTime, &typeRelativeTime, &typeSimpleDateTime,
-      &typeBinary, &typeSerialized, &typeAttributeMap, &typeSecured,      &typeErrorInfo};
+#define OV_TYPE(name, text) &type##name,
+  static constexpr const ValueTypeId* by_id[] = {OV_TYPES(OV_TYPE)};
+#undef OV_TYPE
   if (id < std::size(by_id)) return *by_id[id];
   ovcore::ErrorComposer("Unknown attribute type id.  Value={@typeId}")
       .add("typeId", static_cast<std::int32_t>(id))

@@ -55,7 +55,7 @@ class OV_EXPORT ValueTypeId {
   static const ValueTypeId& from_id(EId id);
 
   [[nodiscard]] EId id() const noexcept { return m_id; }
-  [[nodiscard]] const std::string& name() const noexcept { return m_name; }
+  [[nodiscard]] const std::string& name() const;
 
   /// The difference of the numbers: negative, 0 or positive.
   [[nodiscard]] int compare(const ValueTypeId& other) const noexcept {
@@ -66,10 +66,11 @@ class OV_EXPORT ValueTypeId {
   }
 
  private:
-  ValueTypeId(EId id, const char* name) : m_id(id), m_name(name) {}
+  // Initialised at compile time: programs linked to the library refer to copies of these objects
+  // that the loader makes before any code has run.
+  explicit constexpr ValueTypeId(EId id) noexcept : m_id(id) {}
 
   const EId m_id;
-  const std::string m_name;
 };
 
 /// Writes the name.

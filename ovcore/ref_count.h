@@ -19,6 +19,7 @@ namespace ovcore {
 class AtomicRefCount {
  public:
   constexpr AtomicRefCount() noexcept = default;
+  explicit constexpr AtomicRefCount(std::size_t count) noexcept : m_count(count) {}
   AtomicRefCount(const AtomicRefCount&) = delete;
   AtomicRefCount& operator=(const AtomicRefCount&) = delete;
 
@@ -54,12 +55,16 @@ class OV_EXPORT RefCounted {
   [[nodiscard]] bool has_unique_ref() const noexcept { return m_refs.has_unique_ref(); }
 
  protected:
-  RefCounted() noexcept = default;
+  constexpr RefCounted() noexcept = default;
+  /// A static object that is never destroyed has a reference of its own, besides those in handles.
+  explicit constexpr RefCounted(std::size_t references) noexcept : m_refs(references) {}
   virtual ~RefCounted() = default;
 
  private:
   mutable AtomicRefCount m_refs;
 };
+
+struct AdoptReference {};
 
 /// Counted pointer to anything with `add_ref()` and `release()`.
 template <class T>
@@ -92,10 +97,9 @@ class RefCountPtr {
 
   /// Takes over a reference that the caller already owns.
   [[nodiscard]] static RefCountPtr adopt(T* object) noexcept {
-    RefCountPtr result;
-    result.m_object = object;
-    return result;
+    return RefCountPtr(object, AdoptReference());
   }
+  constexpr RefCountPtr(T* object, AdoptReference) noexcept : m_object(object) {}
   /// Hands the reference out to the caller and becomes null.
   [[nodiscard]] T* detach() noexcept { return std::exchange(m_object, nullptr); }
 

@@ -88,7 +88,7 @@ class OrderedMap {
   using iterator = Iterator<false>;
   using const_iterator = Iterator<true>;
 
-  OrderedMap() noexcept : m_end{&m_end, &m_end} {}
+  constexpr OrderedMap() noexcept : m_end{&m_end, &m_end} {}
   OrderedMap(const OrderedMap& other) : OrderedMap() {
     reserve(other.size());
     for (const value_type& entry : other)
