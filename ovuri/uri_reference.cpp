@@ -22,6 +22,8 @@ class SharedText final : public ovcore::RefCounted {
     text.copy(reinterpret_cast<char*>(shared + 1), text.size());
     return ovcore::RefCountPtr<const SharedText>::adopt(shared);
   }
+  /// Of the whole block, whose size the compiler does not know.
+  // NOLINTNEXTLINE(misc-new-delete-overloads): made by `create` only
   static void operator delete(void* memory) noexcept { ::operator delete(memory); }
 
   [[nodiscard]] std::string_view view() const noexcept {
@@ -34,11 +36,13 @@ class SharedText final : public ovcore::RefCounted {
   const std::size_t m_size;
 };
 
-/// What errors show of a text.
+/// What errors show of a text; cut in front of a UTF-8 character, never inside one.
 std::string excerpt(std::string_view text) {
-  constexpr std::size_t shown = 64;
-  if (text.size() <= shown) return std::string(text);
-  return std::string(text.substr(0, shown)) + "...";
+  std::size_t size = 64;
+  if (text.size() <= size) return std::string(text);
+  while (size > 60 && (static_cast<unsigned char>(text[size]) & 0xC0) == 0x80)
+    --size;
+  return std::string(text.substr(0, size)) + "...";
 }
 
 [[noreturn]] void throw_syntax(SourceString text, std::size_t position) {

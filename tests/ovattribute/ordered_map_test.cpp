@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iterator>
@@ -206,7 +207,8 @@ std::vector<Word> ordered_keys(std::size_t count, const std::string& order) {
     keys.push_back(10 + 3 * i);
   if (order == "descending") std::reverse(keys.begin(), keys.end());
   if (order == "random") std::shuffle(keys.begin(), keys.end(), std::mt19937_64(count));
-  if (order == "back half falling") std::reverse(keys.begin() + count / 2, keys.end());
+  if (order == "back half falling")
+    std::reverse(std::next(keys.begin(), static_cast<std::ptrdiff_t>(count / 2)), keys.end());
   if (order == "from both ends") {
     std::vector<Word> mixed;
     for (std::size_t i = 0; i < count; ++i)

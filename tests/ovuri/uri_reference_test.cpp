@@ -327,6 +327,8 @@ TEST(UriReference, ErrorsShowTheBeginningOfLongTexts) {
   const std::string text = repeated("a", 1000) + " ";
   EXPECT_ERROR(UriReference(text), error::ovuri_syntax,
                "Invalid URI reference '" + repeated("a", 64) + "...' at byte 1000");
+  EXPECT_ERROR(UriReference(repeated("a", 63) + "\xC3\xA9"), error::ovuri_syntax,
+               "Invalid URI reference '" + repeated("a", 63) + "...' at byte 63");
 }
 
 TEST(UriReference, ResolvesLongPathsInLinearTime) {
