@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "ovcore/exception.h"
 #include "ovcore/utf8.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/impl/format.h"
@@ -134,9 +135,10 @@ class BinaryReader::BlockStream final : public ovcore::IReadStream {
  private:
   std::size_t get(void* buffer, std::size_t size, bool all) {
     if (m_reader != nullptr) return m_reader->read_block(buffer, size, all);
-    impl::throw_writer(error::ovserialize_reader_closed,
-                       "The reader has gone on from the block that this stream reads",
-                       {"ovserialize/binary_reader", "ovserialize::Reader::read_binary_stream()"});
+    ovcore::throw_error(
+        error::ovserialize_reader_closed,
+        "The reader has gone on from the block that this stream reads",
+        {"ovserialize/binary_reader", "ovserialize::Reader::read_binary_stream()", 0});
   }
 
   BinaryReader* m_reader = nullptr;

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "ovcore/utf8.h"
-#include "ovserialize/error_codes.h"
 #include "ovserialize/impl/format.h"
 #include "ovserialize/impl/raise.h"
 #include "ovserialize/item_kind.h"
@@ -197,11 +196,8 @@ void BinaryWriter::begin_sequence(std::uint64_t count) {
 
 void BinaryWriter::next_element() {
   if (m_frames.top() == Frame::counted) return;
-  impl::throw_writer(error::ovserialize_writer_sequence,
-                     m_frames.top() == Frame::single
-                         ? "A second element in a sequence announced with one"
-                         : "A next element where no sequence is open",
-                     site("ovserialize::Writer::next_element()"));
+  impl::throw_next_element(m_frames.top() == Frame::single,
+                           site("ovserialize::Writer::next_element()"));
 }
 
 void BinaryWriter::end_sequence() {
@@ -209,10 +205,7 @@ void BinaryWriter::end_sequence() {
   if (frame == Frame::counted) {
     emit_byte(impl::byte_sequence_end);
   } else if (frame != Frame::single || m_single_start == size()) {
-    impl::throw_writer(error::ovserialize_writer_sequence,
-                       frame == Frame::single ? "No element in a sequence announced with one"
-                                              : "The end of a sequence where none is open",
-                       site("ovserialize::Writer::end_sequence()"));
+    impl::throw_end_sequence(frame == Frame::single, site("ovserialize::Writer::end_sequence()"));
   }
   m_frames.pop();
 }
@@ -225,9 +218,7 @@ void BinaryWriter::begin_structure() {
 
 void BinaryWriter::end_structure() {
   if (m_frames.top() != Frame::structure) {
-    impl::throw_writer(error::ovserialize_writer_structure,
-                       "The end of a structure where none is open",
-                       site("ovserialize::Writer::end_structure()"));
+    impl::throw_end_structure(site("ovserialize::Writer::end_structure()"));
   }
   emit_byte(impl::byte_structure_end);
   m_frames.pop();
@@ -235,11 +226,8 @@ void BinaryWriter::end_structure() {
 
 void BinaryWriter::check_complete() const {
   if (m_frames.depth() == 0) return;
-  const bool structure = m_frames.top() == Frame::structure;
-  impl::throw_writer(
-      structure ? error::ovserialize_writer_structure : error::ovserialize_writer_sequence,
-      structure ? "A structure is still open" : "A sequence is still open",
-      site("ovserialize::BinaryWriter::check_complete()"));
+  impl::throw_still_open(m_frames.top() == Frame::structure,
+                         site("ovserialize::BinaryWriter::check_complete()"));
 }
 
 }  // namespace ovserialize

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "ovserialize/error_codes.h"
 #include "ovserialize/impl/raise.h"
 
 namespace ovserialize {
@@ -20,8 +19,7 @@ StreamWriter::StreamWriter(ovcore::IWriteStream& target, const Limits& limits,
 
 void StreamWriter::flush() {
   if (m_failed) {
-    impl::throw_writer(error::ovserialize_writer_closed, "The writer's target has failed",
-                       {"ovserialize/stream_writer", "ovserialize::StreamWriter::flush()"});
+    impl::throw_closed(true, {"ovserialize/stream_writer", "ovserialize::StreamWriter::flush()"});
   }
   const Bytes bytes = pending();
   pass_on(bytes);

@@ -28,6 +28,11 @@ constexpr std::uint64_t unsigned_tiny_end = 16;
 constexpr std::uint64_t unsigned_tagged_from = 240;
 constexpr unsigned char unsigned_bias = 16;  // simple value minus unsigned item
 
+/// The simple value that is the item or mark of one byte.
+constexpr unsigned simple_of(unsigned char byte) {
+  return byte - unsigned{byte_unsigned_tiny};
+}
+
 // Major types, as the upper bits of an initial byte.
 constexpr unsigned char major_positive = 0x00;
 constexpr unsigned char major_negative = 0x20;
@@ -45,6 +50,9 @@ constexpr std::uint64_t tag_unsigned = 38217;      // private: an unsigned item 
 constexpr std::uint64_t tag_string = 38218;        // private: a string that is not UTF-8
 constexpr unsigned char key_seconds = 0x01;        // the key 1 of a time's map
 constexpr unsigned char key_microseconds = 0x25;   // the key -6
+
+/// The NaN that the text form calls "NaN"; any other is shown by its bits.
+constexpr std::uint64_t plain_nan = 0x7ff8000000000000;
 
 /// Arguments below this stand in the initial byte.
 constexpr std::uint64_t inline_end = 24;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "ovcore/error_composer.h"
+#include "ovcore/exception.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/item_kind.h"
 
@@ -38,6 +39,11 @@ class ReaderError {
 
   ovcore::ErrorComposer m_composer;
 };
+
+[[noreturn]] void throw_writer(const ovcore::ErrorCode& code, const char* message,
+                               const RaiseSite& site) {
+  ovcore::throw_error(code, message, {site.file, site.function, 0});
+}
 
 }  // namespace
 
@@ -99,11 +105,14 @@ void throw_range(const Position& position, int kind, const RaiseSite& site) {
 
 void throw_reader_size(const Position& position, int kind, std::uint64_t size, std::size_t limit,
                        const RaiseSite& site) {
-  ReaderError("Reading {@kind} of {@size} bytes at {@at}, the limit is {@limit}", position)
-      .add("kind", kind_name(kind))
-      .add("size", size)
-      .add("limit", limit)
-      .raise(error::ovserialize_reader_size, site);
+  ReaderError error("Reading {@kind} of {@size} bytes at {@at}, the limit is {@limit}", position);
+  error.add("kind", kind_name(kind));
+  if (size > 0) {
+    error.add("size", size);
+  } else {
+    error.add("size", "too many");
+  }
+  error.add("limit", limit).raise(error::ovserialize_reader_size, site);
 }
 
 void throw_reader_depth(const Position& position, std::size_t limit, const RaiseSite& site) {
@@ -136,8 +145,35 @@ void throw_writer_depth(std::size_t limit, const RaiseSite& site) {
       .throw_error(error::ovserialize_writer_depth, {site.file, site.function, 0});
 }
 
-void throw_writer(const ovcore::ErrorCode& code, const char* message, const RaiseSite& site) {
-  ovcore::ErrorComposer(message).throw_error(code, {site.file, site.function, 0});
+void throw_next_element(bool single, const RaiseSite& site) {
+  throw_writer(error::ovserialize_writer_sequence,
+               single ? "A second element in a sequence announced with one"
+                      : "A next element where no sequence is open",
+               site);
+}
+
+void throw_end_sequence(bool single, const RaiseSite& site) {
+  throw_writer(error::ovserialize_writer_sequence,
+               single ? "No element in a sequence announced with one"
+                      : "The end of a sequence where none is open",
+               site);
+}
+
+void throw_end_structure(const RaiseSite& site) {
+  throw_writer(error::ovserialize_writer_structure, "The end of a structure where none is open",
+               site);
+}
+
+void throw_still_open(bool structure, const RaiseSite& site) {
+  if (structure) {
+    throw_writer(error::ovserialize_writer_structure, "A structure is still open", site);
+  }
+  throw_writer(error::ovserialize_writer_sequence, "A sequence is still open", site);
+}
+
+void throw_closed(bool failed, const RaiseSite& site) {
+  throw_writer(error::ovserialize_writer_closed,
+               failed ? "The writer's target has failed" : "The writer is closed", site);
 }
 
 }  // namespace ovserialize::impl

@@ -5,8 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ovcore/error_code.h"
-
 namespace ovserialize::impl {
 
 /// Where an error would be raised; costs nothing as long as none is.
@@ -32,6 +30,7 @@ struct Position {
                              const RaiseSite& site);
 /// `kind` names what is beyond the range.
 [[noreturn]] void throw_range(const Position& position, int kind, const RaiseSite& site);
+/// `size` is that of the whole item, 0 where that is not known.
 [[noreturn]] void throw_reader_size(const Position& position, int kind, std::uint64_t size,
                                     std::size_t limit, const RaiseSite& site);
 [[noreturn]] void throw_reader_depth(const Position& position, std::size_t limit,
@@ -42,7 +41,12 @@ struct Position {
 [[noreturn]] void throw_writer_size(int kind, std::size_t size, std::size_t limit,
                                     const RaiseSite& site);
 [[noreturn]] void throw_writer_depth(std::size_t limit, const RaiseSite& site);
-[[noreturn]] void throw_writer(const ovcore::ErrorCode& code, const char* message,
-                               const RaiseSite& site);
+/// `single`: the innermost frame is a sequence announced with one.
+[[noreturn]] void throw_next_element(bool single, const RaiseSite& site);
+[[noreturn]] void throw_end_sequence(bool single, const RaiseSite& site);
+[[noreturn]] void throw_end_structure(const RaiseSite& site);
+[[noreturn]] void throw_still_open(bool structure, const RaiseSite& site);
+/// `failed`: not closed, but the target has failed.
+[[noreturn]] void throw_closed(bool failed, const RaiseSite& site);
 
 }  // namespace ovserialize::impl
