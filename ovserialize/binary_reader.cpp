@@ -2,17 +2,14 @@
 #include "ovserialize/binary_reader.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstring>
 #include <new>
 #include <optional>
 #include <utility>
 
-#include "ovcore/exception.h"
 #include "ovcore/utf8.h"
-#include "ovserialize/error_codes.h"
-#include "ovserialize/impl/format.h"
+#include "ovserialize/impl/decode.h"
 #include "ovserialize/impl/key_cache.h"
 #include "ovserialize/impl/raise.h"
 
@@ -23,137 +20,17 @@ constexpr impl::RaiseSite site(const char* function) {
   return {"ovserialize/binary_reader", function};
 }
 
-// What is read before more than this must have arrived.
-constexpr std::size_t first_piece = 4096;
 // A reader that meets fewer names has no use for a cache.
 constexpr unsigned keys_before_cache = 16;
-
-// Initial bytes whose kind depends on what follows.
-constexpr std::uint8_t kind_of_simple = 254;
-constexpr std::uint8_t kind_of_tag = 255;
-
-constexpr std::array<std::uint8_t, 256> make_kinds() {
-  std::array<std::uint8_t, 256> kinds{};
-  for (unsigned i = 0; i < 28; ++i) {
-    kinds[impl::major_positive | i] = kinds[impl::major_negative | i] = item_integer;
-    kinds[impl::major_bytes | i] = item_binary;
-    kinds[impl::major_text | i] = item_string;
-    kinds[impl::major_tag | i] = kind_of_tag;
-  }
-  for (unsigned i = 0; i < impl::unsigned_tiny_end; ++i)
-    kinds[impl::byte_unsigned_tiny | i] = item_unsigned;
-  kinds[impl::byte_unsigned] = kind_of_simple;
-  kinds[impl::byte_sequence] = kinds[impl::byte_sequence_of_one] = item_sequence;
-  kinds[impl::byte_structure] = item_structure;
-  kinds[impl::byte_false] = kinds[impl::byte_true] = item_boolean;
-  kinds[impl::byte_null] = item_null;
-  kinds[impl::byte_half] = kinds[impl::byte_single] = kinds[impl::byte_double] = item_double;
-  return kinds;
-}
-constexpr std::array<std::uint8_t, 256> kinds = make_kinds();
-
-int kind_of(std::uint64_t tag) noexcept {
-  switch (tag) {
-    case impl::tag_unsigned:
-      return item_unsigned;
-    case impl::tag_string:
-      return item_string;
-    case impl::tag_uuid:
-      return item_uuid;
-    case impl::tag_absolute_time:
-      return item_absolute_time;
-    case impl::tag_relative_time:
-      return item_relative_time;
-    default:
-      return item_none;
-  }
-}
 
 const char* name_of_mark(unsigned char byte) noexcept {
   return byte == impl::byte_sequence_end ? "the end of a sequence" : "the end of a structure";
 }
 
-/// Why nothing can begin with this byte, other than an end mark.
-const char* reason_against(unsigned char initial) noexcept {
-  const unsigned info = initial & impl::info_mask;
-  if (info >= 28 && info < 31) return "a reserved initial byte";
-  switch (initial & impl::major_mask) {
-    case impl::major_bytes:
-    case impl::major_text:
-      return "a string of indefinite length";
-    case impl::major_map:
-      return "a map";
-    case impl::byte_sequence& impl::major_mask:
-      return "an array of definite length";
-    case impl::major_tag:
-      return info == 31 ? "a reserved initial byte" : "an unknown tag";
-    case impl::byte_null& impl::major_mask:
-      return "an unused simple value";
-    default:
-      return "a reserved initial byte";
-  }
-}
-
-/// A 16-bit or 32-bit float, of which a number that is none keeps sign and payload.
-double widen(std::uint64_t bits, unsigned exponent_bits, unsigned fraction_bits) noexcept {
-  const std::uint64_t sign = bits >> (exponent_bits + fraction_bits) << 63;
-  const std::uint64_t largest = (std::uint64_t{1} << exponent_bits) - 1;
-  const std::uint64_t exponent = bits >> fraction_bits & largest;
-  const std::uint64_t fraction = (bits & ((std::uint64_t{1} << fraction_bits) - 1))
-                                 << (52 - fraction_bits);
-  const std::uint64_t bias_change = 1023 - (largest >> 1);
-  if (exponent == largest)
-    return std::bit_cast<double>(sign | std::uint64_t{0x7ff} << 52 | fraction);
-  if (exponent != 0) {
-    return std::bit_cast<double>(sign | (exponent + bias_change) << 52 | fraction);
-  }
-  // Subnormal: the fraction without its hidden one, scaled by the subtraction.
-  const double one = std::bit_cast<double>((bias_change + 1) << 52);
-  const double magnitude = std::bit_cast<double>((bias_change + 1) << 52 | fraction) - one;
-  return std::bit_cast<double>(sign | std::bit_cast<std::uint64_t>(magnitude));
-}
-
 }  // namespace
-
-/// Reads the innermost block of a reader until that goes on.
-class BinaryReader::BlockStream final : public ovcore::IReadStream {
- public:
-  std::size_t read(void* buffer, std::size_t size) override { return get(buffer, size, true); }
-  std::size_t read_some(void* buffer, std::size_t size) override {
-    return get(buffer, size, false);
-  }
-  [[nodiscard]] std::uint64_t remaining() const override {
-    if (m_reader == nullptr) return 0;
-    return m_in_memory ? m_reader->m_block_left : unknown;
-  }
-
-  void attach(BinaryReader* reader, bool in_memory) noexcept {
-    m_reader = reader;
-    m_in_memory = in_memory;
-  }
-
- private:
-  std::size_t get(void* buffer, std::size_t size, bool all) {
-    if (m_reader != nullptr) return m_reader->read_block(buffer, size, all);
-    ovcore::throw_error(
-        error::ovserialize_reader_closed,
-        "The reader has gone on from the block that this stream reads",
-        {"ovserialize/binary_reader", "ovserialize::Reader::read_binary_stream()", 0});
-  }
-
-  BinaryReader* m_reader = nullptr;
-  bool m_in_memory = false;
-};
 
 inline unsigned BinaryReader::Head::major() const noexcept {
   return initial & impl::major_mask;
-}
-
-BinaryReader::BinaryReader(const Limits& limits, std::size_t largest_fill) noexcept
-    : Reader(limits), m_largest_fill(largest_fill) {}
-
-BinaryReader::~BinaryReader() {
-  detach_block();
 }
 
 bool BinaryReader::more(std::size_t size) {
@@ -166,12 +43,12 @@ bool BinaryReader::more(std::size_t size) {
 
 int BinaryReader::item_kind() {
   if (!has(1)) return item_none;
-  const int kind = kinds[*m_cursor];
-  if (kind < kind_of_simple) return kind;
+  const int kind = impl::kinds[*m_cursor];
+  if (kind < impl::kind_of_simple) return kind;
   const std::size_t size = impl::head_size(*m_cursor);
   if (!has(size)) return item_none;
   const std::uint64_t argument = impl::load_argument(m_cursor);
-  if (kind == kind_of_tag) return kind_of(argument);
+  if (kind == impl::kind_of_tag) return impl::kind_of(argument);
   return argument >= 32 ? item_unsigned : item_none;
 }
 
@@ -184,7 +61,7 @@ inline BinaryReader::Head BinaryReader::peek_head(std::size_t skipped) {
   if (in_window() < skipped + impl::max_head) return peek_head_slow(skipped);
   const unsigned char* const head = m_cursor + skipped;
   const std::size_t size = impl::head_size(*head);
-  if (size == 0) throw_malformed(reason_against(*head), position() + skipped);
+  if (size == 0) throw_malformed(impl::reason_against(*head), position() + skipped);
   return {*head, static_cast<std::uint8_t>(size), impl::load_argument(head)};
 }
 
@@ -192,7 +69,7 @@ BinaryReader::Head BinaryReader::peek_head_slow(std::size_t skipped) {
   if (!has(skipped + 1)) throw_truncated();
   const unsigned char initial = m_cursor[skipped];
   const std::size_t size = impl::head_size(initial);
-  if (size == 0) throw_malformed(reason_against(initial), position() + skipped);
+  if (size == 0) throw_malformed(impl::reason_against(initial), position() + skipped);
   if (!has(skipped + size)) throw_truncated();
   return {initial, static_cast<std::uint8_t>(size), impl::load_argument(m_cursor + skipped)};
 }
@@ -211,7 +88,7 @@ std::uint64_t BinaryReader::read_head_of(unsigned major, const char* reason) {
 }
 
 bool BinaryReader::skip_tag(std::uint64_t tag) {
-  if (!has(1) || kinds[*m_cursor] != kind_of_tag) return false;
+  if (!has(1) || impl::kinds[*m_cursor] != impl::kind_of_tag) return false;
   const std::size_t size = impl::head_size(*m_cursor);
   if (!has(size) || impl::load_argument(m_cursor) != tag) return false;
   m_cursor += size;
@@ -224,7 +101,7 @@ void BinaryReader::read_null() {
 }
 
 bool BinaryReader::get_boolean() {
-  if (!has(1) || kinds[*m_cursor] != item_boolean) throw_other(impl::kind_name(item_boolean));
+  if (!has(1) || impl::kinds[*m_cursor] != item_boolean) throw_other(impl::kind_name(item_boolean));
   return *m_cursor++ == impl::byte_true;
 }
 
@@ -235,7 +112,7 @@ std::int64_t BinaryReader::integer_of(const Head& head, std::uint64_t at) const 
 }
 
 std::int64_t BinaryReader::get_integer(std::int64_t min, std::int64_t max) {
-  if (!has(1) || kinds[*m_cursor] != item_integer) throw_other(impl::kind_name(item_integer));
+  if (!has(1) || impl::kinds[*m_cursor] != item_integer) throw_other(impl::kind_name(item_integer));
   const Head head = peek_head();
   const std::int64_t value = integer_of(head, position());
   if (value < min || value > max) throw_range(item_integer, position());
@@ -247,7 +124,7 @@ std::uint64_t BinaryReader::get_unsigned(std::uint64_t max) {
   if (!has(1)) throw_other(impl::kind_name(item_unsigned));
   std::uint64_t value;
   std::size_t size = 1;
-  if (kinds[*m_cursor] == item_unsigned) {
+  if (impl::kinds[*m_cursor] == item_unsigned) {
     value = *m_cursor - impl::byte_unsigned_tiny;
   } else if (item_kind() != item_unsigned) {
     throw_other(impl::kind_name(item_unsigned));
@@ -269,13 +146,13 @@ std::uint64_t BinaryReader::get_unsigned(std::uint64_t max) {
 }
 
 double BinaryReader::get_double() {
-  if (!has(1) || kinds[*m_cursor] != item_double) throw_other(impl::kind_name(item_double));
+  if (!has(1) || impl::kinds[*m_cursor] != item_double) throw_other(impl::kind_name(item_double));
   const Head head = read_head();
   switch (head.initial) {
     case impl::byte_half:
-      return widen(head.argument, 5, 10);
+      return impl::widen(head.argument, 5, 10);
     case impl::byte_single:
-      return widen(head.argument, 8, 23);
+      return impl::widen(head.argument, 8, 23);
     default:
       return std::bit_cast<double>(head.argument);
   }
@@ -297,7 +174,7 @@ BinaryReader::StringHead BinaryReader::string_head() {
   if (!has(1)) throw_other(impl::kind_name(item_string));
   std::uint64_t size;
   bool utf8 = true;
-  if (kinds[*m_cursor] == item_string) {
+  if (impl::kinds[*m_cursor] == item_string) {
     size = read_head().argument;
   } else if (skip_tag(impl::tag_string)) {
     size = read_head_of(impl::major_bytes, "not a byte string behind its tag");
@@ -317,21 +194,6 @@ bool BinaryReader::text_in_window(const StringHead& head) {
   if (head.size > m_largest_fill) return false;
   if (!has(head.size)) throw_truncated();
   return true;
-}
-
-// Takes memory only as the bytes come in.
-std::string BinaryReader::gather(const StringHead& head) {
-  std::string text;
-  while (text.size() < head.size) {
-    const std::size_t before = text.size();
-    const std::size_t in_memory =
-        static_cast<std::size_t>(std::min<std::uint64_t>(available(), head.size));
-    const std::size_t piece =
-        std::min(head.size - before, std::max({before, in_memory, first_piece}));
-    text.resize(before + piece);
-    read_bytes(text.data() + before, piece);
-  }
-  return text;
 }
 
 void BinaryReader::check_text(std::string_view text, const StringHead& head) const {
@@ -409,7 +271,7 @@ std::int64_t BinaryReader::read_time(std::uint64_t tag, int kind) {
   }
   const std::uint64_t seconds_at = position();
   const Head seconds = read_head();
-  if (kinds[seconds.initial] != item_integer) throw_malformed(not_a_time, seconds_at);
+  if (impl::kinds[seconds.initial] != item_integer) throw_malformed(not_a_time, seconds_at);
   ovcore::TimeParts parts{integer_of(seconds, at), 0};
 
   if (entries == 2) {
@@ -448,124 +310,6 @@ ovcore::Uuid BinaryReader::get_uuid() {
   return ovcore::Uuid(data);
 }
 
-// Leaves the content of a block as what comes next.
-std::size_t BinaryReader::block_head() {
-  if (!has(1) || kinds[*m_cursor] != item_binary) throw_other(impl::kind_name(item_binary));
-  const std::uint64_t at = position();
-  const std::uint64_t size = read_head().argument;
-  if (size > limits().max_binary) {
-    impl::throw_reader_size({.offset = at}, item_binary, size, limits().max_binary,
-                            site("ovserialize::Reader::read_binary()"));
-  }
-  return static_cast<std::size_t>(size);
-}
-
-ovcore::RefCountPtr<const MemoryList> BinaryReader::read_memory_list_as_binary() {
-  return take_list(block_head());
-}
-
-ovcore::RefCountPtr<const MemoryList> BinaryReader::take_list(std::size_t size) {
-  const std::size_t first = static_cast<std::size_t>(
-      std::min<std::uint64_t>(size, std::max<std::uint64_t>(available(), first_piece)));
-  if (first == 0) return MemoryList::create_copy(nullptr, 0);
-  auto list = MemoryList::create({.reserve = first});
-  while (list->size() < size) {
-    const auto room = list->prepare(size - list->size());
-    read_bytes(room.data(), room.size());
-    list->commit(room.size());
-  }
-  return list;
-}
-
-ovcore::RefCountPtr<ovcore::IReadStream> BinaryReader::read_binary_stream() {
-  if (!m_block || !m_block->has_unique_ref()) {
-    auto stream = ovcore::make_ref_counted<BlockStream>();
-    if (m_block_left > 0) finish_block();
-    detach_block();
-    m_block = std::move(stream);
-  }
-  const std::size_t size = block_head();
-  m_block->attach(this, available() >= size);
-  m_block_left = size;
-  if (size > 0) hide_window();
-  return m_block;
-}
-
-void BinaryReader::hide_window() noexcept {
-  m_hidden_end = std::exchange(m_end, m_cursor);
-}
-
-// Reads on in the open block: everything asked for, or what is there.
-std::size_t BinaryReader::read_block(void* target, std::size_t size, bool all) {
-  size = static_cast<std::size_t>(std::min<std::uint64_t>(size, m_block_left));
-  if (size == 0) return 0;
-  struct Unhidden {
-    explicit Unhidden(BinaryReader& r) noexcept : reader(r) { r.m_end = r.m_hidden_end; }
-    ~Unhidden() {
-      if (reader.m_block_left > 0) reader.hide_window();
-    }
-    BinaryReader& reader;
-  } unhidden(*this);
-  std::size_t done = 0;
-  while (done < size && (all || done == 0)) {
-    std::size_t got = std::min(size - done, in_window());
-    if (got > 0) {
-      std::memcpy(static_cast<char*>(target) + done, m_cursor, got);
-      m_cursor += got;
-    } else {
-      got = take(static_cast<char*>(target) + done, size - done);
-      if (got == 0) throw_truncated();
-    }
-    done += got;
-    m_block_left -= got;
-  }
-  return done;
-}
-
-void BinaryReader::finish_block() {
-  m_end = m_hidden_end;
-  const std::uint64_t left = std::exchange(m_block_left, 0);
-  detach_block();
-  skip(left);
-}
-
-void BinaryReader::detach_block() noexcept {
-  if (m_block) m_block->attach(nullptr, false);
-}
-
-void BinaryReader::skip(std::uint64_t size) {
-  while (size > 0) {
-    if (!has(1)) throw_truncated();
-    const auto step = std::min<std::uint64_t>(size, in_window());
-    m_cursor += step;
-    size -= step;
-  }
-}
-
-void BinaryReader::read_bytes(void* target, std::size_t size) {
-  auto* out = static_cast<unsigned char*>(target);
-  while (size > 0) {
-    std::size_t got = std::min(size, in_window());
-    if (got > 0) {
-      std::memcpy(out, m_cursor, got);
-      m_cursor += got;
-    } else {
-      got = take(out, size);
-      if (got == 0) throw_truncated();
-    }
-    out += got;
-    size -= got;
-  }
-}
-
-std::size_t BinaryReader::take(void* target, std::size_t size) {
-  if (!fill(1)) return 0;
-  size = std::min(size, in_window());
-  std::memcpy(target, m_cursor, size);
-  m_cursor += size;
-  return size;
-}
-
 // Before the mark is consumed, so that nothing is left to fail behind it.
 void BinaryReader::open(Frame frame) {
   if (m_frames.depth() >= limits().max_depth) {
@@ -580,7 +324,8 @@ void BinaryReader::open(Frame frame) {
 }
 
 std::uint64_t BinaryReader::begin_sequence() {
-  if (!has(1) || kinds[*m_cursor] != item_sequence) throw_other(impl::kind_name(item_sequence));
+  if (!has(1) || impl::kinds[*m_cursor] != item_sequence)
+    throw_other(impl::kind_name(item_sequence));
   if (*m_cursor == impl::byte_sequence_of_one) {
     open(Frame::single);
     return 1;
@@ -588,7 +333,7 @@ std::uint64_t BinaryReader::begin_sequence() {
   open(Frame::counted);
   const std::uint64_t at = position();
   if (!has(1)) throw_truncated();
-  if (kinds[*m_cursor] != item_integer) throw_malformed("a sequence without a count", at);
+  if (impl::kinds[*m_cursor] != item_integer) throw_malformed("a sequence without a count", at);
   const Head count = read_head();
   if (count.major() != impl::major_positive) throw_malformed("a negative count", at);
   if (count.argument == 1) throw_malformed("a sequence of one in the form for others", at);
@@ -665,7 +410,7 @@ void BinaryReader::throw_other(const char* expected) {
     impl::throw_kind({.offset = position()}, expected, name_of_mark(initial), here);
   }
   if (!has(std::max<std::size_t>(impl::head_size(initial), 1))) throw_truncated();
-  throw_malformed(reason_against(initial), position());
+  throw_malformed(impl::reason_against(initial), position());
 }
 
 }  // namespace ovserialize

@@ -111,6 +111,7 @@ class OV_EXPORT BinaryReader : public Reader {
   void check_text(std::string_view text, const StringHead& head) const;
   void open(Frame frame);
 
+  std::size_t read_piece(void* target, std::size_t size);
   std::size_t read_block(void* target, std::size_t size, bool all);
   void hide_window() noexcept;
   void finish_block();

@@ -69,10 +69,12 @@ bool MemoryReader::fill(std::size_t size) {
 }
 
 ovcore::RefCountPtr<const MemoryList> MemoryReader::take_list(std::size_t size) {
-  if (!m_list || available() < size || size < shared_from || m_list->size() / shared_part > size) {
-    return BinaryReader::take_list(size);
-  }
-  auto result = m_list->slice(static_cast<std::size_t>(position()), size);
+  if (!m_list || available() < size) return BinaryReader::take_list(size);
+  const bool share = size >= shared_from && size >= m_list->size() / shared_part;
+  const auto offset = static_cast<std::size_t>(position());
+  const ovcore::RefCountPtr<const MemoryList> result =
+      share ? m_list->slice(offset, size)
+            : ovcore::RefCountPtr<const MemoryList>(m_list->copy(offset, size));
   skip(size);
   return result;
 }

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ovserialize/transcode.h"
 
-#include "ovserialize/impl/raise.h"
+#include <string>
+#include <vector>
+
+#include "ovserialize/frame_stack.h"
 
 namespace ovserialize {
 namespace {
@@ -13,35 +16,8 @@ void copy_value(Reader& from, Writer& to) {
   to << value;
 }
 
-void copy_sequence(Reader& from, Writer& to) {
-  const std::uint64_t count = from.begin_sequence();
-  to.begin_sequence(count);
-  if (count == 1) {
-    static_cast<void>(from.has_next_element());
-    copy_item(from, to);
-    static_cast<void>(from.has_next_element());
-  } else {
-    for (bool first = true; from.has_next_element(); first = false) {
-      if (!first) to.next_element();
-      copy_item(from, to);
-    }
-  }
-  to.end_sequence();
-}
-
-void copy_structure(Reader& from, Writer& to) {
-  from.begin_structure();
-  to.begin_structure();
-  while (from.item_kind() != item_none)
-    copy_item(from, to);
-  from.end_structure();
-  to.end_structure();
-}
-
-}  // namespace
-
-void copy_item(Reader& from, Writer& to) {
-  switch (from.item_kind()) {
+void copy_scalar(Reader& from, Writer& to, int kind) {
+  switch (kind) {
     case item_boolean:
       return copy_value<bool>(from, to);
     case item_integer:
@@ -60,14 +36,60 @@ void copy_item(Reader& from, Writer& to) {
       return copy_value<ovcore::Uuid>(from, to);
     case item_binary:
       return to.write_memory_list_as_binary(from.read_memory_list_as_binary());
-    case item_sequence:
-      return copy_sequence(from, to);
-    case item_structure:
-      return copy_structure(from, to);
     default:
       from.read_null();
       to.write_null();
   }
+}
+
+/// A sequence or structure that is being copied.
+struct OpenFrame {
+  Frame frame;
+  bool started = false;
+};
+
+OpenFrame open_frame(Reader& from, Writer& to, int kind) {
+  if (kind == item_structure) {
+    from.begin_structure();
+    to.begin_structure();
+    return {Frame::structure};
+  }
+  const std::uint64_t count = from.begin_sequence();
+  to.begin_sequence(count);
+  return {count == 1 ? Frame::single : Frame::counted};
+}
+
+/// Whether an item of the frame comes next; if none does, the frame is ended on both sides.
+bool has_next_item(Reader& from, Writer& to, OpenFrame& open) {
+  if (open.frame == Frame::structure) {
+    if (from.item_kind() != item_none) return true;
+    from.end_structure();
+    to.end_structure();
+    return false;
+  }
+  if (!from.has_next_element()) {
+    to.end_sequence();
+    return false;
+  }
+  if (open.started) to.next_element();
+  open.started = true;
+  return true;
+}
+
+}  // namespace
+
+void copy_item(Reader& from, Writer& to) {
+  std::vector<OpenFrame> open;
+  do {
+    const int kind = from.item_kind();
+    if (kind == item_sequence || kind == item_structure) {
+      open.push_back(open_frame(from, to, kind));
+    } else {
+      copy_scalar(from, to, kind);
+    }
+    while (!open.empty() && !has_next_item(from, to, open.back()))
+      open.pop_back();
+  } while (!open.empty());
 }
 
 void copy_items(Reader& from, Writer& to) {

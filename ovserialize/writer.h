@@ -10,6 +10,7 @@
 
 #include "ovcore/export.h"
 #include "ovcore/ref_count.h"
+#include "ovcore/source_string.h"
 #include "ovcore/string_key.h"
 #include "ovcore/time.h"
 #include "ovcore/uuid.h"
@@ -50,7 +51,9 @@ class OV_EXPORT Writer {
   // String items. Raise `ovserialize_writer_size`.
   Writer& operator<<(const std::string& text) { return put_string(text), *this; }
   Writer& operator<<(std::string_view text) { return put_string(text), *this; }
-  Writer& operator<<(const char* text) { return put_string(text), *this; }
+  Writer& operator<<(const char* text) {
+    return put_string(ovcore::SourceString(text).view()), *this;
+  }
   void write_string_key(const ovcore::StringKey& key) { put_string(key.value()); }
   /// Not a Boolean.
   Writer& operator<<(const void*) = delete;

@@ -8,7 +8,7 @@
 #include <limits>
 
 #include "ovcore/utf8.h"
-#include "ovserialize/impl/format.h"
+#include "ovserialize/impl/decode.h"
 
 namespace ovserialize::impl {
 namespace {
@@ -37,23 +37,6 @@ int hex_value(int c) noexcept {
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
-}
-
-int kind_of_tag(std::uint64_t tag) noexcept {
-  switch (tag) {
-    case tag_unsigned:
-      return item_unsigned;
-    case tag_string:
-      return item_string;
-    case tag_uuid:
-      return item_uuid;
-    case tag_absolute_time:
-      return item_absolute_time;
-    case tag_relative_time:
-      return item_relative_time;
-    default:
-      return item_none;
-  }
 }
 
 /// Sets an integer's sign and magnitude.
@@ -213,7 +196,7 @@ void TextTokens::find_number() {
   }
   set_integer(m_token, m_characters);
   if (m_scanner.peek() != '(') return set_item(item_integer);
-  const int kind = m_token.negative || !m_token.in_range ? item_none : kind_of_tag(m_token.number);
+  const int kind = m_token.negative || !m_token.in_range ? item_none : kind_of(m_token.number);
   if (kind == item_none) return set_malformed("an unknown tag");
   m_scanner.take();
   m_token.tagged = true;
