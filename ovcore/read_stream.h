@@ -49,12 +49,13 @@ class OV_EXPORT MemoryReadStream final : public IReadStream {
   std::size_t m_left;
 };
 
-/// A file, pipe, terminal or socket. The length is known for regular files only.
+/// A file, pipe, terminal or socket. The length is known for regular files only, and for those
+/// only that lie on a disk: files in /proc or /sys do not state theirs.
 class OV_EXPORT FileReadStream final : public IReadStream {
  public:
   /// Reads from an open descriptor at its current position and leaves it open.
   explicit FileReadStream(int descriptor) noexcept : m_descriptor(descriptor) {}
-  /// Opens a file and closes it at the end. Raises `ovcore_stream_read`.
+  /// Opens a file and closes it at the end. Raises `ovcore_stream_read`, also for a directory.
   explicit FileReadStream(const std::string& path);
   ~FileReadStream() override;
 
@@ -67,7 +68,9 @@ class OV_EXPORT FileReadStream final : public IReadStream {
   bool m_owned = false;
 };
 
-/// A standard stream, which must outlive this object. The length is not known.
+/// A standard stream, which must outlive this object. The length is not known. A stream that has
+/// failed, such as a file that could not be opened, is an error and not the end; one that is set
+/// to throw at the end has ended.
 class OV_EXPORT StdReadStream final : public IReadStream {
  public:
   explicit StdReadStream(std::istream& in) noexcept : m_in(&in) {}

@@ -48,7 +48,8 @@ class OV_EXPORT FileWriteStream final : public IWriteStream {
   int m_descriptor;
 };
 
-/// A standard stream, which must outlive this object.
+/// A standard stream, which must outlive this object. It keeps its own buffer: its owner flushes
+/// it and looks for failures then.
 class OV_EXPORT StdWriteStream final : public IWriteStream {
  public:
   explicit StdWriteStream(std::ostream& out) noexcept : m_out(&out) {}
