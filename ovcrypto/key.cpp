@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ovcrypto/key.h"
 
-#include <openssl/crypto.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
 #include "ovcore/error_composer.h"
 #include "ovcrypto/error_codes.h"
+#include "ovcrypto/wiped.h"
 
 namespace ovcrypto {
 namespace {
@@ -33,13 +32,12 @@ Key::Key(const void* data, std::size_t size) : Key(size) {
 
 Key::~Key() {
   if (m_data == nullptr) return;
-  OPENSSL_cleanse(m_data, m_size);
+  wipe(m_data, m_size);
   delete[] m_data;
 }
 
 bool Key::equals(const Key& other) const noexcept {
-  return m_size == other.m_size &&
-         (m_size == 0 || CRYPTO_memcmp(m_data, other.m_data, m_size) == 0);
+  return m_size == other.m_size && equal_in_constant_time(m_data, other.m_data, m_size);
 }
 
 void Key::resize(std::size_t size) {

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: Apache-2.0
+// AES (FIPS 197), only in the direction and the modes that EAX is made of: encryption of blocks,
+// counter mode (NIST SP 800-38A) and CMAC (NIST SP 800-38B). Nothing here keeps data secret and
+// authentic by itself: that is what the ciphers of secured values are for.
+//
+// Whatever depends on a key is wiped at the end of its object's life. Objects that share a key
+// schedule are used by one thread at a time. Functions that encrypt raise `ovcrypto_openssl` when
+// libcrypto fails, which it does not do in practice.
+#pragma once
+
+#include <cstddef>
+
+#include "ovcore/export.h"
+#include "ovcore/ref_count.h"
+#include "ovcrypto/impl/evp_aes.h"
+#include "ovcrypto/key.h"
+#include "ovcrypto/wiped.h"
+
+namespace ovcrypto {
+
+constexpr std::size_t aes_block_size = 16;
+using AesBlock = WipedBytes<aes_block_size>;
+
+/// AES under one key. REQUIRES: keyed, before anything is encrypted.
+class OV_EXPORT AesEncryptContext {
+ public:
+  AesEncryptContext() noexcept;
+  /// As `rekey`.
+  explicit AesEncryptContext(const Key& key);
+  AesEncryptContext(const AesEncryptContext&) = delete;
+  AesEncryptContext& operator=(const AesEncryptContext&) = delete;
+  ~AesEncryptContext();
+
+  /// Sets a key of 16, 24 or 32 bytes. Raises `ovcrypto_key_size` and keeps the former key.
+  void rekey(const Key& key);
+
+  /// Encrypts one block; `out` may be `in`.
+  void encrypt(const unsigned char* in, unsigned char* out);
+  /// For each of `count` blocks: state = AES(state xor block). What CMAC does with all but the
+  /// last.
+  void chain(AesBlock& state, const unsigned char* blocks, std::size_t count);
+  /// For each of `count` blocks: out = in xor AES(counter), counter += 1. The counter is 128 bits,
+  /// big-endian. `out` may be `in`.
+  void crypt_counter(AesBlock& counter, const unsigned char* in, unsigned char* out,
+                     std::size_t count);
+
+ private:
+  static constexpr std::size_t largest_key = 32;
+
+  bool use_chain_for(std::size_t blocks) noexcept;
+  void encrypt_chained(const unsigned char* in, unsigned char* out);
+
+  WipedBytes<256> m_schedule;  // AES_KEY
+  WipedBytes<largest_key> m_key;
+  std::size_t m_key_size = 0;
+  impl::EvpAes m_chain{impl::EvpAes::Mode::chain};
+  impl::EvpAes m_counter{impl::EvpAes::Mode::counter};
+  AesBlock m_last;   // what `m_chain` gave last, and mixes into the next block
+  AesBlock m_input;  // what `m_chain` gets when that is taken out again
+};
+
+/// AES in counter mode. Encrypting and decrypting are the same.
+class OV_EXPORT AesCounterContext {
+ public:
+  /// `aes` must outlive this context. `initial_counter`: the first counter block, 16 bytes.
+  AesCounterContext(AesEncryptContext& aes, const unsigned char* initial_counter) noexcept
+      : m_aes(aes) {
+    m_counter.assign(initial_counter);
+  }
+
+  /// Any number of bytes; the next call goes on where this one ends. `out` may be `in`.
+  void crypt(const unsigned char* in, unsigned char* out, std::size_t size);
+
+ private:
+  AesEncryptContext& m_aes;
+  AesBlock m_counter;
+  AesBlock m_keystream;
+  std::size_t m_left = 0;  // bytes at the end of `m_keystream` that are not used yet
+};
+
+/// AES-CMAC. Keyed once, it computes one code after another. A copy goes on from the same bytes
+/// under the same keyed state.
+class OV_EXPORT AesCmacContext {
+ public:
+  class SharedState;
+
+  /// Raises `ovcrypto_key_size`.
+  explicit AesCmacContext(const Key& key);
+  explicit AesCmacContext(ovcore::RefCountPtr<SharedState> state) noexcept;
+  AesCmacContext(const AesCmacContext& other) noexcept;
+  AesCmacContext& operator=(const AesCmacContext& other) noexcept;
+  ~AesCmacContext();
+
+  [[nodiscard]] const ovcore::RefCountPtr<SharedState>& shared_state() const noexcept {
+    return m_state;
+  }
+
+  /// Forgets the bytes so far.
+  void reset() noexcept;
+  void update(const void* data, std::size_t size);
+  /// Gives the code, 16 bytes, of the bytes since the last `reset` or `finish`.
+  void finish(unsigned char* code);
+
+ private:
+  ovcore::RefCountPtr<SharedState> m_state;
+  AesBlock m_chain;
+  AesBlock m_pending;              // the last block is treated differently, so it waits here
+  std::size_t m_pending_size = 0;  // 0 before the first byte, then 1 to 16
+};
+
+/// The key schedule and the two subkeys of CMAC.
+class OV_EXPORT AesCmacContext::SharedState final : public ovcore::RefCounted {
+ public:
+  /// Raises `ovcrypto_key_size`.
+  explicit SharedState(const Key& key);
+
+  [[nodiscard]] AesEncryptContext& aes() noexcept { return m_aes; }
+
+ private:
+  friend class AesCmacContext;
+  ~SharedState() override;
+
+  AesEncryptContext m_aes;
+  AesBlock m_subkey_whole;   // K1: for a last block of 16 bytes
+  AesBlock m_subkey_padded;  // K2
+};
+
+}  // namespace ovcrypto
