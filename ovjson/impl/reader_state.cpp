@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ovjson/impl/reader_state.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ovcore/error_composer.h"
+#include "ovcore/to_string.h"
+#include "ovjson/error_codes.h"
+
+namespace ovjson {
+namespace {
+
+constexpr const char* source_file = "ovjson/impl/reader_state";
+
+constexpr std::string_view reserved_words[] = {
+    "break",   "do",     "instanceof", "typeof",    "case",    "else",       "new",
+    "var",     "catch",  "finally",    "return",    "void",    "continue",   "for",
+    "switch",  "while",  "debugger",   "function",  "this",    "with",       "default",
+    "if",      "throw",  "delete",     "in",        "try",     "class",      "enum",
+    "extends", "super",  "const",      "export",    "import",  "implements", "let",
+    "private", "public", "yield",      "interface", "package", "protected",  "static"};
+static_assert(std::size(reserved_words) == 42);
+
+bool is_reserved(std::string_view word) noexcept {
+  return std::ranges::find(reserved_words, word) != std::end(reserved_words);
+}
+
+// What a recycled value may keep of its strings, in bytes.
+constexpr std::size_t kept_capacity = 65'536;
+
+void trim(std::string& text) noexcept {
+  if (text.capacity() > kept_capacity) std::string().swap(text);
+}
+
+}  // namespace
+
+Reader::State::State(ovcore::RefCountPtr<ovcore::IReadStream> source, ovcore::SourceString uri,
+                     const ReaderOptions& options)
+    : m_uri(uri.view()),
+      m_max_depth(options.max_depth),
+      m_max_value_size(options.max_value_size),
+      m_tokenizer(std::move(source),
+                  {options.allow_comments, options.max_value_size, options.buffer_size}),
+      m_current(new_value()) {}
+
+Reader::State::~State() {
+  while (m_free != nullptr)
+    delete std::exchange(m_free, m_free->m_next_free);
+}
+
+void Reader::State::close() noexcept {
+  m_current.reset();
+  m_tokenizer.close();
+  m_closed = true;
+  if (m_values_in_use == 0) delete this;
+}
+
+ovcore::RefCountPtr<Reader::Value> Reader::State::new_value() {
+  auto* value = const_cast<Value*>(m_free);
+  if (value != nullptr) {
+    m_free = value->m_next_free;
+  } else {
+    value = new Value(*this);
+  }
+  ++m_values_in_use;
+  return ovcore::RefCountPtr<Value>(value);
+}
+
+void Reader::State::recycle(const Value* value) noexcept {
+  trim(const_cast<Value*>(value)->m_name);
+  trim(value->m_text);
+  value->m_next_free = std::exchange(m_free, value);
+  if (--m_values_in_use == 0 && m_closed) delete this;
+}
+
+Reader::State::Step Reader::State::step(Value& target) {
+  m_failed = true;
+  const Step result = walk(target);
+  m_failed = false;
+  return result;
+}
+
+Reader::State::Step Reader::State::walk(Value& target) {
+  skip_text();
+  target.m_name.clear();
+  const bool after_comma = m_after_value && !m_open.empty() && m_tokenizer.take_punctuator(',');
+  Token token = next_token();
+  if (m_open.empty()) {
+    if (token == Token::document_start) token = next_token();
+    if (token == Token::document_end) return Step::end;
+    if (m_started) raise_unexpected(token);
+    m_started = true;
+    return begin_value(token, target);
+  }
+  const bool in_array = m_open.back().is_array;
+  if (!after_comma) {
+    if (is_punctuator(token, in_array ? ']' : '}')) {
+      m_open.pop_back();
+      m_after_value = true;
+      return Step::close;
+    }
+    if (m_after_value) {
+      if (!is_punctuator(token, ',')) raise_unexpected(token);
+      token = next_token();
+    }
+  }
+  if (!in_array) {
+    read_name(token, target);
+    token = next_token();
+  }
+  return begin_value(token, target);
+}
+
+Reader::State::Step Reader::State::begin_value(Token token, Value& target) {
+  target.m_depth = m_open.size() + 1;
+  target.m_position = m_tokenizer.position();
+  if (target.m_name.empty()) target.m_name_position = target.m_position;
+  target.m_text_state = Value::Text::unread;
+  target.m_text.clear();
+  m_after_value = true;
+  switch (token) {
+    case Token::punctuator:
+      begin_container(target);
+      break;
+    case Token::string_begin:
+      target.m_kind = Kind::string;
+      m_in_text = true;
+      break;
+    case Token::number:
+      target.m_kind = Kind::number;
+      break;
+    case Token::literal_true:
+    case Token::literal_false:
+      target.m_kind = Kind::boolean;
+      target.m_bool = token == Token::literal_true;
+      break;
+    case Token::literal_null:
+      target.m_kind = Kind::null;
+      break;
+    default:
+      raise_unexpected(token);
+  }
+  return Step::value;
+}
+
+void Reader::State::begin_container(Value& target) {
+  const bool is_array = is_punctuator(Token::punctuator, '[');
+  if (!is_array && !is_punctuator(Token::punctuator, '{')) raise_unexpected(Token::punctuator);
+  if (m_open.size() >= m_max_depth) {
+    raise(m_tokenizer.position(), error::ovjson_reader,
+          "Objects and arrays nest deeper than {@maxDepth}",
+          {{"maxDepth", ovcore::to_string(m_max_depth)}},
+          {source_file, "ovjson::Reader::State::begin_container()", 0});
+  }
+  target.m_kind = is_array ? Kind::array : Kind::object;
+  target.m_id = ++m_last_id;
+  m_open.push_back({target.m_id, is_array});
+  m_after_value = false;
+}
+
+void Reader::State::read_name(Token token, Value& target) {
+  if (token != Token::string_begin && token != Token::identifier_begin) raise_unexpected(token);
+  target.m_name_position = m_tokenizer.position();
+  const bool quoted = token == Token::string_begin;
+  m_in_text = true;
+  for (std::string_view run; !(run = next_text()).empty();)
+    target.m_name += run;
+  if (target.m_name.empty() || (!quoted && is_reserved(target.m_name))) {
+    raise(target.m_name_position, error::ovjson_reader, "Invalid member name", {},
+          {source_file, "ovjson::Reader::State::read_name()", 0});
+  }
+  if (m_tokenizer.take_punctuator(':')) return;
+  token = next_token();
+  if (!is_punctuator(token, ':')) raise_token(token);
+}
+
+bool Reader::State::is_open(const Value& container) const noexcept {
+  switch (container.kind()) {
+    case Kind::root:
+      return true;
+    case Kind::object:
+    case Kind::array:
+      return container.depth() <= m_open.size() &&
+             m_open[container.depth() - 1].id == container.m_id;
+    default:
+      return false;
+  }
+}
+
+std::string_view Reader::State::next_run() {
+  m_failed = true;
+  const std::string_view run = next_text();
+  m_failed = false;
+  return run;
+}
+
+// Of a string or a name, until `m_in_text` ends.
+std::string_view Reader::State::next_text() {
+  if (!m_in_text) return {};
+  const Token token = next_token();
+  m_in_text = token == Token::char_data;
+  if (!m_in_text) {
+    if (token != Token::string_end && token != Token::identifier_end) raise_unexpected(token);
+    return {};
+  }
+  if (m_tokenizer.take_string_end()) m_in_text = false;
+  return m_tokenizer.text();
+}
+
+void Reader::State::skip_text() {
+  while (m_in_text)
+    next_text();
+}
+
+ovcore::StringKey Reader::State::intern(std::string_view name) {
+  const std::size_t size = name.size();
+  if (size == 0 || size > 64) return ovcore::StringKey(ovcore::SourceString(name));
+  const auto byte = [name](std::size_t i) {
+    return static_cast<std::size_t>(static_cast<unsigned char>(name[i]));
+  };
+  const std::size_t place = size + byte(0) * 3 + byte(size / 2) * 5 + byte(size - 1) * 7;
+  ovcore::StringKey& known = m_names[place % m_names.size()];
+  if (known.value() != name) known = ovcore::StringKey(ovcore::SourceString(name));
+  return known;
+}
+
+Position Reader::State::position() const noexcept {
+  if (m_failed || !m_current || m_current->kind() == Kind::root) return m_tokenizer.position();
+  return m_current->position();
+}
+
+Token Reader::State::next_token() {
+  const Token token = m_tokenizer.next();
+  if (token == Token::error) raise_fault();
+  return token;
+}
+
+void Reader::State::raise_fault() {
+  const Tokenizer::Fault& fault = m_tokenizer.fault();
+  const ovcore::SourceLocation location{source_file, "ovjson::Reader::State::next_token()", 0};
+  const Position position = m_tokenizer.position();
+  switch (fault.kind) {
+    case Tokenizer::Fault::Kind::stream:
+      raise(position, error::ovjson_reader_tokenizer_stream, fault.message, {}, location,
+            fault.cause);
+    case Tokenizer::Fault::Kind::size:
+      raise(position, error::ovjson_reader_unexpected_size, fault.message,
+            {{"maxSize", ovcore::to_string(m_max_value_size)}}, location);
+    default:
+      raise(position, error::ovjson_reader_tokenizer_syntaxError, fault.message,
+            {{"found", fault.found}}, location);
+  }
+}
+
+void Reader::State::raise_unexpected(Token token) {
+  if (token == Token::document_end && !m_open.empty()) {
+    raise(m_tokenizer.position(), error::ovjson_reader,
+          m_open.back().is_array ? "End of document reached without all arrays properly closed"
+                                 : "End of document reached without all objects properly closed",
+          {}, {source_file, "ovjson::Reader::State::raise_unexpected()", 0});
+  }
+  raise_token(token);
+}
+
+void Reader::State::raise_token(Token token) {
+  raise(m_tokenizer.position(), error::ovjson_reader_unexpected_token,
+        "Unexpected tokenizer token: {@token}", {{"token", token_name(token)}},
+        {source_file, "ovjson::Reader::State::raise_token()", 0});
+}
+
+void Reader::State::raise(const Position& position, const ovcore::ErrorCode& code,
+                          ovcore::SourceString message_template,
+                          std::initializer_list<ovcore::ErrorInfo::Parameter> parameters,
+                          const ovcore::SourceLocation& location,
+                          ovcore::RefCountPtr<const ovcore::ErrorInfo> cause) const {
+  std::string text = message_template.str() + " [line {@line}, pos {@linePos}";
+  if (!m_uri.empty()) text += ", uri <{@uri}>";
+  text += ']';
+  ovcore::ErrorComposer composer{ovcore::SourceString(text)};
+  for (const ovcore::ErrorInfo::Parameter& p : parameters)
+    composer.add(p.name, p.value);
+  composer.add("line", position.line);
+  composer.add("linePos", position.line_pos);
+  composer.add("sourcePos", position.source_pos);
+  if (!m_uri.empty()) composer.add("uri", m_uri);
+  composer.cause(std::move(cause)).throw_error(code, location);
+}
+
+}  // namespace ovjson

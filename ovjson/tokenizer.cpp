@@ -1,0 +1,562 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ovjson/tokenizer.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "ovcore/exception.h"
+#include "ovcore/to_string.h"
+#include "ovjson/impl/number.h"
+#include "ovjson/impl/utf8.h"
+#include "ovjson/impl/word.h"
+
+namespace ovjson {
+namespace {
+
+constexpr std::size_t padding = sizeof(std::uint64_t);
+
+enum CharClass : unsigned char {
+  class_other,
+  class_punctuator,
+  class_quote,
+  class_number,  // what a number begins with
+  class_word,    // what an identifier or a literal begins with
+};
+
+constexpr auto class_of = [] {
+  std::array<CharClass, 256> table{};
+  for (const char c : std::string_view("{}[]:,"))
+    table[static_cast<unsigned char>(c)] = class_punctuator;
+  table['"'] = class_quote;
+  table['-'] = class_number;
+  for (int c = '0'; c <= '9'; ++c)
+    table[static_cast<std::size_t>(c)] = class_number;
+  for (int c = 'a'; c <= 'z'; ++c)
+    table[static_cast<std::size_t>(c)] = table[static_cast<std::size_t>(c - 'a' + 'A')] =
+        class_word;
+  table['_'] = table['$'] = class_word;
+  return table;
+}();
+
+constexpr bool is_digit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
+
+bool is_word(char c) noexcept {
+  return class_of[static_cast<unsigned char>(c)] == class_word || is_digit(c);
+}
+
+// What may be meant as part of a number; which order is right is checked afterwards.
+bool is_number(char c) noexcept {
+  return is_digit(c) || c == '.' || c == '-' || c == '+' || (c | 0x20) == 'e';
+}
+
+template <bool (*Belongs)(char)>
+const char* skip(const char* p) noexcept {
+  while (Belongs(*p))
+    ++p;
+  return p;
+}
+
+Token literal_token(std::string_view word) noexcept {
+  if (word == "true") return Token::literal_true;
+  if (word == "false") return Token::literal_false;
+  if (word == "null") return Token::literal_null;
+  return Token::unknown;
+}
+
+bool begins_literal(std::string_view word) noexcept {
+  for (const std::string_view literal : {"true", "false", "null"}) {
+    if (literal.starts_with(word)) return true;
+  }
+  return false;
+}
+
+// Stops at a quotation mark, a backslash, a control character, or a sequence that is not whole.
+const char* plain_end(const char* p, const char* end) noexcept {
+  for (;;) {
+    const std::uint64_t special = impl::find_special(impl::load_word(p));
+    if (special == 0) {
+      p += padding;
+      continue;
+    }
+    p += impl::first_byte(special);
+    if (static_cast<unsigned char>(*p) < 0x80) return p;
+    do {
+      const impl::Sequence s = impl::first_sequence({p, static_cast<std::size_t>(end - p)});
+      if (s.state != impl::Sequence::State::whole) return p;
+      p += s.size;
+    } while (static_cast<unsigned char>(*p) >= 0x80);
+  }
+}
+
+std::string hex(unsigned value, int digits) {
+  std::string text;
+  for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
+    text += "0123456789abcdef"[value >> shift & 15];
+  return text;
+}
+
+std::string quoted(unsigned char c) {
+  if (c < 0x20 || c >= 0x7f) return "0x" + hex(c, 2);
+  return {'\'', static_cast<char>(c), '\''};
+}
+
+std::size_t encode(std::uint32_t code_point, char* to) noexcept {
+  const auto tail = [code_point](int shift) {
+    return static_cast<char>(0x80 | (code_point >> shift & 0x3f));
+  };
+  if (code_point < 0x80) {
+    to[0] = static_cast<char>(code_point);
+    return 1;
+  }
+  if (code_point < 0x800) {
+    to[0] = static_cast<char>(0xc0 | code_point >> 6);
+    to[1] = tail(0);
+    return 2;
+  }
+  if (code_point < 0x10000) {
+    to[0] = static_cast<char>(0xe0 | code_point >> 12);
+    to[1] = tail(6);
+    to[2] = tail(0);
+    return 3;
+  }
+  to[0] = static_cast<char>(0xf0 | code_point >> 18);
+  to[1] = tail(12);
+  to[2] = tail(6);
+  to[3] = tail(0);
+  return 4;
+}
+
+// Where text may end too early, and what is wrong with bytes.
+constexpr const char* cut_string = "Unexpected end of text inside a string";
+constexpr const char* cut_comment = "Unexpected end of text inside a comment";
+constexpr const char* cut_number = "Unexpected end of text inside a number";
+constexpr const char* cut_literal = "Unexpected end of text inside a literal";
+constexpr const char* cut_mark = "Unexpected end of text inside a byte order mark";
+constexpr const char* bad_character = "Unexpected character {@found}";
+constexpr const char* bad_utf8 = "Invalid UTF-8: unexpected byte {@found}";
+
+}  // namespace
+
+std::string token_name(Token token) {
+  static constexpr const char* names[] = {
+      "eToken_Unknown",     "eToken_DocumentStart",   "eToken_DocumentEnd",
+      "eToken_Error",       "eToken_IdentifierBegin", "eToken_IdentifierEnd",
+      "eToken_StringBegin", "eToken_StringEnd",       "eToken_CharData",
+      "eToken_True",        "eToken_False",           "eToken_Number",
+      "eToken_Null",        "eToken_Punctuator"};
+  const int number = static_cast<int>(token);
+  if (number >= 0 && number < static_cast<int>(std::size(names))) return names[number];
+  return "##InvalidToken(" + ovcore::to_string(number) + ")";
+}
+
+Tokenizer::Tokenizer(ovcore::RefCountPtr<ovcore::IReadStream> source,
+                     const TokenizerOptions& options)
+    : m_source(std::move(source)),
+      // A short text needs no large buffer.
+      m_capacity(static_cast<std::size_t>(
+          std::min<std::uint64_t>(std::max<std::size_t>(options.buffer_size, 1),
+                                  std::max<std::uint64_t>(m_source->remaining(), padding)))),
+      m_buffer(std::make_unique_for_overwrite<char[]>(m_capacity + padding)),
+      m_next(m_buffer.get()),
+      m_end(m_next),
+      m_max_text_size(options.max_value_size),
+      m_allow_comments(options.allow_comments) {
+  std::memset(m_buffer.get(), 0, padding);
+}
+
+void Tokenizer::close() noexcept {
+  m_mode = Mode::failed;
+  m_source.reset();
+  m_buffer.reset();
+  m_next = m_end = nullptr;
+  m_text = {};
+}
+
+Token Tokenizer::next() {
+  if (m_mode == Mode::structure) return m_token = structure();
+  if (m_mode == Mode::string) return m_token = string_run();
+  if (m_mode == Mode::identifier) return m_token = identifier_run();
+  if (m_mode == Mode::ended) return m_token = Token::document_end;
+  if (m_mode == Mode::failed) return m_token = Token::error;
+  m_mode = Mode::structure;
+  return m_token = Token::document_start;
+}
+
+Token Tokenizer::structure() {
+  for (;;) {
+    if (static_cast<unsigned char>(*m_next) <= ' ') skip_white();
+    m_token_offset = offset(m_next);
+    const auto c = static_cast<unsigned char>(*m_next);
+    switch (class_of[c]) {
+      case class_punctuator:
+        m_text = {m_next++, 1};
+        return Token::punctuator;
+      case class_quote:
+        ++m_next;
+        m_mode = Mode::string;
+        m_text_size = 0;
+        return Token::string_begin;
+      case class_number:
+        return number();
+      case class_word:
+        return word();
+      case class_other:
+        break;
+    }
+    if (const Token token = other(c); token != Token::unknown) return token;
+  }
+}
+
+// `unknown` when there is more to look at.
+Token Tokenizer::other(unsigned char c) {
+  if (m_next == m_end) {
+    if (fill()) return Token::unknown;
+    if (m_mode == Mode::failed) return Token::error;
+    m_mode = Mode::ended;
+    return Token::document_end;
+  }
+  if (c == 0xef && m_token_offset == 0) {
+    return skip_byte_order_mark() ? Token::unknown : Token::error;
+  }
+  if (c != '/') return fail(bad_character, m_token_offset, quoted(c));
+  if (!m_allow_comments) return fail("Comments are not allowed", m_token_offset, quoted(c));
+  return skip_comment() ? Token::unknown : Token::error;
+}
+
+Token Tokenizer::number() {
+  const char* const first = m_next;
+  m_next = skip<is_number>(first);
+  m_text = {first, static_cast<std::size_t>(m_next - first)};
+  if (m_next == m_end) {  // it may go on
+    m_number = m_text;
+    while (m_next == m_end && m_number.size() <= m_max_text_size && fill()) {
+      const char* const stop = skip<is_number>(m_next);
+      m_number.append(m_next, stop);
+      m_next = stop;
+    }
+    m_text = m_number;
+  }
+  if (m_mode == Mode::failed) return Token::error;
+  if (m_text.size() > m_max_text_size) return fail_size();
+
+  const impl::NumberFault fault = impl::check_number(m_text);
+  if (fault.at == nullptr && !is_word(*m_next)) return Token::number;
+  const char* const message = fault.expects_digit
+                                  ? "Invalid number: expecting a digit, found {@found}"
+                                  : "Invalid number: unexpected {@found}";
+  const char* const end = m_text.data() + m_text.size();
+  if (fault.at == nullptr || fault.at == end) return fail_here(cut_number, message);
+  return fail(message, m_token_offset + static_cast<std::uint64_t>(fault.at - m_text.data()),
+              quoted(static_cast<unsigned char>(*fault.at)));
+}
+
+Token Tokenizer::word() {
+  Token literal = Token::unknown;
+  const char* const stop = skip<is_word>(m_next);
+  m_scratch_size = 0;
+  if (stop != m_end) {
+    literal = literal_token({m_next, static_cast<std::size_t>(stop - m_next)});
+    if (literal != Token::unknown) m_next = stop;
+  } else {
+    // It may go on: take more than any literal has, or all of it.
+    int c = peek();
+    while (m_scratch_size < 6 && c >= 0 && is_word(static_cast<char>(c))) {
+      m_scratch[m_scratch_size++] = static_cast<char>(c);
+      ++m_next;
+      c = peek();
+    }
+    if (m_mode == Mode::failed) return Token::error;
+    const std::string_view start(m_scratch, m_scratch_size);
+    literal = literal_token(start);
+    if (literal == Token::unknown && c < 0 && begins_literal(start)) {
+      return fail(cut_literal, offset(m_next), {});
+    }
+  }
+  if (literal != Token::unknown) return literal;
+  m_mode = Mode::identifier;
+  m_text_size = 0;
+  return Token::identifier_begin;
+}
+
+Token Tokenizer::identifier_run() {
+  if (m_scratch_size > 0) return run({m_scratch, std::exchange(m_scratch_size, 0)});
+  do {
+    const char* const first = m_next;
+    m_token_offset = offset(first);
+    m_next = skip<is_word>(first);
+    if (m_next != first) return run({first, static_cast<std::size_t>(m_next - first)});
+  } while (m_next == m_end && fill());
+  if (m_mode == Mode::failed) return Token::error;
+  m_mode = Mode::structure;
+  return Token::identifier_end;
+}
+
+Token Tokenizer::string_run() {
+  do {
+    const char* const first = m_next;
+    m_token_offset = offset(first);
+    m_next = plain_end(first, m_end);
+    if (m_next != first) return run({first, static_cast<std::size_t>(m_next - first)});
+    const auto c = static_cast<unsigned char>(*first);
+    if (c == '"') {
+      ++m_next;
+      m_mode = Mode::structure;
+      return Token::string_end;
+    }
+    if (c == '\\') return escape();
+    if (c >= 0x80) return scratch_run(read_sequence(cut_string));
+  } while (m_next == m_end && fill());
+  return fail_here(cut_string, "Control character {@found} in a string");
+}
+
+Token Tokenizer::run(std::string_view text) {
+  m_text = text;
+  m_text_size += text.size();
+  return m_text_size <= m_max_text_size ? Token::char_data : fail_size();
+}
+
+// What `unicode_escape` and `read_sequence` give.
+Token Tokenizer::scratch_run(std::size_t size) {
+  return size > 0 ? run({m_scratch, size}) : Token::error;
+}
+
+Token Tokenizer::escape() {
+  ++m_next;
+  switch (const int c = peek()) {
+    case '"':
+    case '\\':
+    case '/':
+      m_scratch[0] = static_cast<char>(c);
+      break;
+    case 'b':
+      m_scratch[0] = '\b';
+      break;
+    case 'f':
+      m_scratch[0] = '\f';
+      break;
+    case 'n':
+      m_scratch[0] = '\n';
+      break;
+    case 'r':
+      m_scratch[0] = '\r';
+      break;
+    case 't':
+      m_scratch[0] = '\t';
+      break;
+    case 'u':
+      ++m_next;
+      return scratch_run(unicode_escape());
+    default:
+      return fail_here(cut_string, "Invalid escape: expecting one of \"\\/bfnrtu, found {@found}");
+  }
+  ++m_next;
+  return run({m_scratch, 1});
+}
+
+// Behind "\u"; puts the character into the scratch and returns its size, 0 after a fault.
+std::size_t Tokenizer::unicode_escape() {
+  const int unit = hex_unit();
+  if (unit < 0) return 0;
+  if (unit < 0xd800 || unit > 0xdfff) return encode(static_cast<std::uint32_t>(unit), m_scratch);
+  const int low = unit < 0xdc00 ? low_unit() : 0;
+  if (low < 0) return 0;
+  if (low < 0xdc00 || low > 0xdfff) {
+    fail("Unpaired surrogate {@found}", m_token_offset,
+         "\\u" + hex(static_cast<unsigned>(unit), 4));
+    return 0;
+  }
+  return encode(static_cast<std::uint32_t>(0x10000 + ((unit - 0xd800) << 10) + (low - 0xdc00)),
+                m_scratch);
+}
+
+// The second half of a surrogate pair: 0 when no escape follows, -1 after a fault.
+int Tokenizer::low_unit() {
+  for (const char expected : {'\\', 'u'}) {
+    const int c = peek();
+    if (c < 0) {
+      fail_here(cut_string, nullptr);
+      return -1;
+    }
+    if (c != expected) return 0;
+    ++m_next;
+  }
+  return hex_unit();
+}
+
+// -1 after a fault.
+int Tokenizer::hex_unit() {
+  int unit = 0;
+  for (int i = 0; i < 4; ++i) {
+    const int c = peek();
+    const int lower = c | 0x20;
+    int digit;
+    if (c >= '0' && c <= '9') {
+      digit = c - '0';
+    } else if (c >= 0 && lower >= 'a' && lower <= 'f') {
+      digit = lower - 'a' + 10;
+    } else {
+      fail_here(cut_string, "Invalid escape: expecting a hexadecimal digit, found {@found}");
+      return -1;
+    }
+    unit = unit << 4 | digit;
+    ++m_next;
+  }
+  return unit;
+}
+
+// Puts a sequence that the buffer's end may split into the scratch and returns its size, 0 after a
+// fault.
+std::size_t Tokenizer::read_sequence(const char* cut_off) {
+  const auto lead = static_cast<unsigned char>(*m_next);
+  const std::size_t length = impl::sequence_length(lead);
+  for (std::size_t i = 0; i < length; ++i) {
+    const int c = peek();
+    if (i > 0 && (c < 0 || !impl::continues(lead, i, static_cast<unsigned char>(c)))) break;
+    m_scratch[i] = static_cast<char>(c);
+    ++m_next;
+    if (i + 1 == length) return length;
+  }
+  fail_here(cut_off, bad_utf8);
+  return 0;
+}
+
+void Tokenizer::skip_white() noexcept {
+  for (;;) {
+    // Indented text: the end of a line, then a run of blanks.
+    if (*m_next == '\n' || *m_next == '\r') {
+      ++m_next;
+      end_line(m_next[-1]);
+    }
+    std::uint64_t others;
+    while ((others = impl::load_word(m_next) ^ impl::every_byte(' ')) == 0)
+      m_next += padding;
+    m_next += impl::first_byte(others);
+    if (*m_next == '\t') {
+      ++m_next;
+    } else if (*m_next != '\n' && *m_next != '\r') {
+      return;
+    }
+  }
+}
+
+// `m_next` stands behind `c`.
+void Tokenizer::end_line(char c) noexcept {
+  m_line_start = offset(m_next);
+  if (c == '\r') {
+    m_after_return = m_line_start;
+  } else if (m_line_start - 1 == m_after_return) {
+    return;  // the second half of "\r\n"
+  }
+  ++m_line;
+}
+
+bool Tokenizer::skip_byte_order_mark() {
+  for (const int byte : {0xef, 0xbb, 0xbf}) {
+    if (peek() != byte) {
+      fail_here(cut_mark, bad_character);
+      return false;
+    }
+    ++m_next;
+  }
+  m_line_start = offset(m_next);
+  return true;
+}
+
+bool Tokenizer::skip_comment() {
+  ++m_next;
+  const int c = peek();
+  if (c == '/') return skip_line_comment();
+  if (c == '*') return skip_block_comment();
+  fail_here(cut_comment, bad_character);
+  return false;
+}
+
+bool Tokenizer::skip_line_comment() {
+  for (int c = peek(); c >= 0 && c != '\n' && c != '\r'; c = peek()) {
+    if (c < 0x80) {
+      ++m_next;
+    } else if (read_sequence(cut_comment) == 0) {
+      return false;
+    }
+  }
+  return m_mode != Mode::failed;
+}
+
+bool Tokenizer::skip_block_comment() {
+  ++m_next;
+  bool after_star = false;
+  for (int c = peek(); c >= 0; c = peek()) {
+    if (c >= 0x80) {
+      if (read_sequence(cut_comment) == 0) return false;
+    } else {
+      ++m_next;
+      if (after_star && c == '/') return true;
+      if (c == '\n' || c == '\r') end_line(static_cast<char>(c));
+    }
+    after_star = c == '*';
+  }
+  fail_here(cut_comment, nullptr);
+  return false;
+}
+
+// Replaces the buffer, which has been used up. False at the end and after a failure of the source.
+bool Tokenizer::fill() {
+  if (m_ended) return false;
+  m_base = offset(m_end);
+  char* const buffer = m_buffer.get();
+  m_next = m_end = buffer;
+  std::memset(buffer, 0, padding);
+  std::size_t size = 0;
+  try {
+    size = m_source->read_some(buffer, m_capacity);
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& e) {
+    fail("Reading the text failed", m_base, {});
+    m_fault.kind = Fault::Kind::stream;
+    m_fault.cause = ovcore::error_info_of(e);
+    m_ended = true;
+    return false;
+  }
+  m_ended = size == 0;
+  m_end = buffer + size;
+  std::memset(buffer + size, 0, padding);
+  return size > 0;
+}
+
+// The next byte, -1 where `fill` gives no more.
+int Tokenizer::peek() {
+  if (m_next == m_end && !fill()) return -1;
+  return static_cast<unsigned char>(*m_next);
+}
+
+Token Tokenizer::fail(const char* message, std::uint64_t at, std::string found) {
+  m_mode = Mode::failed;
+  m_token_offset = at;
+  m_text = {};
+  m_fault.kind = Fault::Kind::syntax;
+  m_fault.message = message;
+  m_fault.found = std::move(found);
+  return Token::error;
+}
+
+// The next byte does not fit, or there is none.
+Token Tokenizer::fail_here(const char* cut_off, const char* message) {
+  const int c = peek();
+  if (m_mode == Mode::failed) return Token::error;
+  if (c < 0) return fail(cut_off, offset(m_next), {});
+  return fail(message, offset(m_next), quoted(static_cast<unsigned char>(c)));
+}
+
+Token Tokenizer::fail_size() {
+  fail("Node value exceeds {@maxSize}bytes of character data", m_token_offset, {});
+  m_fault.kind = Fault::Kind::size;
+  return Token::error;
+}
+
+}  // namespace ovjson
