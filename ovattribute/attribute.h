@@ -29,6 +29,13 @@ class OV_EXPORT Attribute {
   }
   friend void swap(Attribute& a, Attribute& b) noexcept { a.swap(b); }
 
+  /// The name, then the value. The coder has the name only: names inside the value are written and
+  /// read as they are, unlike those of a map. An attribute that could not be read is as it was.
+  void write(ovserialize::Writer& writer) const;
+  void write(ovserialize::Writer& writer, IAttributeNameEncoder& encoder) const;
+  void read(ovserialize::Reader& reader);
+  void read(ovserialize::Reader& reader, IAttributeNameDecoder& decoder);
+
   [[nodiscard]] std::size_t hash() const { return m_name.hash() ^ m_value.hash(); }
 
   friend bool operator==(const Attribute& a, const Attribute& b) {

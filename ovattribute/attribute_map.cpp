@@ -44,14 +44,17 @@ void Holder::operator delete(MapHolder* holder, std::destroying_delete_t) noexce
     return;
   }
   ++t_destruction_level;
-  holder->~MapHolder();
-  ::operator delete(static_cast<void*>(holder));
-  --t_destruction_level;
-  if (t_destruction_level > 0) return;
-  while (t_doomed != nullptr) {
-    MapHolder* const next = std::exchange(t_doomed, t_doomed->m_next_doomed);
-    delete next;
+  holder->destroy();
+  // Only the outermost level, or the stack would grow with every one that waits.
+  while (t_destruction_level == 1 && t_doomed != nullptr) {
+    std::exchange(t_doomed, t_doomed->m_next_doomed)->destroy();
   }
+  --t_destruction_level;
+}
+
+void Holder::destroy() noexcept {
+  this->~MapHolder();
+  ::operator delete(static_cast<void*>(this));
 }
 
 ovcore::RefCountPtr<Holder> Holder::clone() const {
@@ -181,17 +184,22 @@ MutableAttributeMap::MutableAttributeMap(std::initializer_list<value_type> entri
     add(entry.first, entry.second);
 }
 
-void MutableAttributeMap::prepare_modify() {
+ovcore::RefCountPtr<Holder> MutableAttributeMap::prepare_modify() {
+  ovcore::RefCountPtr<Holder> other;
   if (!m_pImpl) {
     m_pImpl = ovcore::make_ref_counted<MapHolder>();
   } else if (!m_pImpl->has_unique_ref()) {
-    m_pImpl = m_pImpl->clone();
+    other = m_pImpl->clone();
+    other.swap(m_pImpl);
   }
+  return other;
 }
 
 MutableAttributeMap& MutableAttributeMap::add(const AttributeName& name, AttributeValue value) {
-  const auto [position, inserted] = writable().try_emplace(name, std::move(value));
-  if (!inserted) position->second.swap(value);
+  change([&](Map& map) {
+    const auto [position, inserted] = map.try_emplace(name, std::move(value));
+    if (!inserted) position->second.swap(value);
+  });
   return *this;
 }
 
@@ -210,12 +218,12 @@ MutableAttributeMap& MutableAttributeMap::add(const AttributeMapBase& other) {
 }
 
 AttributeValue& MutableAttributeMap::operator[](const AttributeName& name) {
-  return writable().try_emplace(name).first->second;
+  return change([&](Map& map) -> AttributeValue& { return map.try_emplace(name).first->second; });
 }
 
 std::pair<MutableAttributeMap::iterator, bool> MutableAttributeMap::insert(
     const value_type& entry) {
-  return writable().insert(entry);
+  return change([&](Map& map) { return map.insert(entry); });
 }
 
 // A position in a holder that is about to be copied means nothing in the copy.
@@ -226,28 +234,27 @@ MutableAttributeMap::iterator MutableAttributeMap::insert(const_iterator hint,
 }
 
 void MutableAttributeMap::insert(const_iterator first, const_iterator last) {
-  writable().insert(first, last);
+  change([&](Map& map) { map.insert(first, last); });
 }
 
 MutableAttributeMap::iterator MutableAttributeMap::erase(const_iterator position) {
   if (m_pImpl->has_unique_ref()) return m_pImpl->map.erase(position);
-  const AttributeName name = position->first;
-  Map& own = writable();
-  return own.erase(own.find(name));
+  return change([&](Map& map) { return map.erase(map.find(position->first)); });
 }
 
 MutableAttributeMap::iterator MutableAttributeMap::erase(const_iterator first,
                                                          const_iterator last) {
-  if (m_pImpl->has_unique_ref()) return m_pImpl->map.erase(first, last);
+  if (m_pImpl && m_pImpl->has_unique_ref()) return m_pImpl->map.erase(first, last);
   const std::ptrdiff_t before = std::distance(cbegin(), first);
   const std::ptrdiff_t count = std::distance(first, last);
-  Map& own = writable();
-  const iterator from = std::next(own.begin(), before);
-  return own.erase(from, std::next(from, count));
+  return change([&](Map& map) {
+    const iterator from = std::next(map.begin(), before);
+    return map.erase(from, std::next(from, count));
+  });
 }
 
 std::size_t MutableAttributeMap::erase(const AttributeName& name) {
-  return writable().erase(name);
+  return change([&](Map& map) { return map.erase(name); });
 }
 
 void MutableAttributeMap::clear() {
@@ -265,14 +272,12 @@ WritableAttributeMapRef::~WritableAttributeMapRef() {
   m_pMap->m_pImpl.swap(m_pImpl);
 }
 
-}  // namespace ovattribute
-
-std::size_t std::hash<ovattribute::AttributeMapBase>::operator()(
-    const ovattribute::AttributeMapBase& map) const {
-  const ovattribute::impl::NestingGuard guard;
+std::size_t impl::equality_hash(const AttributeMapBase& map) {
+  const NestingGuard guard;
   std::size_t h = 0;
-  for (const auto& [name, value] : map) {
-    h = h * 5 + (name.hash() ^ std::hash<ovattribute::AttributeValue>()(value));
-  }
+  for (const auto& [name, value] : map)
+    h = h * 5 + (name.hash() ^ equality_hash(value));
   return h;
 }
+
+}  // namespace ovattribute

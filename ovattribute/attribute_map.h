@@ -8,6 +8,7 @@
 #include <iterator>
 #include <new>
 #include <ostream>
+#include <type_traits>
 #include <utility>
 
 #include "ovattribute/attribute.h"
@@ -70,8 +71,13 @@ class OV_EXPORT AttributeMapBase {
     Map map;
 
    private:
+    void destroy() noexcept;
+
     MapHolder* m_next_doomed = nullptr;
   };
+
+  /// Shares the other's holder.
+  AttributeMapBase& operator=(const AttributeMapBase& other) noexcept = default;
 
   [[nodiscard]] std::size_t size() const noexcept { return map().size(); }
   [[nodiscard]] bool empty() const noexcept { return map().empty(); }
@@ -161,7 +167,6 @@ class OV_EXPORT AttributeMapBase {
       : m_pImpl(holder) {}
   AttributeMapBase(const AttributeMapBase&) noexcept = default;
   AttributeMapBase(AttributeMapBase&&) noexcept = default;
-  AttributeMapBase& operator=(const AttributeMapBase&) noexcept = default;
   ~AttributeMapBase() = default;
 
   /// Typed checks for accessors. They return when the check passes and raise otherwise
@@ -263,14 +268,20 @@ class OV_EXPORT MutableAttributeMap : public AttributeMapBase {
   using AttributeMapBase::find;
   using AttributeMapBase::lower_bound;
   using AttributeMapBase::upper_bound;
-  [[nodiscard]] iterator begin() { return writable().begin(); }
-  [[nodiscard]] iterator end() { return writable().end(); }
-  [[nodiscard]] iterator find(const AttributeName& name) { return writable().find(name); }
+  [[nodiscard]] iterator begin() {
+    return change([](Map& map) { return map.begin(); });
+  }
+  [[nodiscard]] iterator end() {
+    return change([](Map& map) { return map.end(); });
+  }
+  [[nodiscard]] iterator find(const AttributeName& name) {
+    return change([&](Map& map) { return map.find(name); });
+  }
   [[nodiscard]] iterator lower_bound(const AttributeName& name) {
-    return writable().lower_bound(name);
+    return change([&](Map& map) { return map.lower_bound(name); });
   }
   [[nodiscard]] iterator upper_bound(const AttributeName& name) {
-    return writable().upper_bound(name);
+    return change([&](Map& map) { return map.upper_bound(name); });
   }
 
   /// Sets the name to the value, replacing any value it had.
@@ -307,13 +318,15 @@ class OV_EXPORT MutableAttributeMap : public AttributeMapBase {
   explicit MutableAttributeMap(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
       : AttributeMapBase(holder) {}
 
-  /// Makes the holder this map's own.
-  void prepare_modify();
+  /// Makes the holder this map's own. Returns the one given up, or null; what the caller was passed
+  /// may lie in it, and its other owners may let go at any time.
+  ovcore::RefCountPtr<MapHolder> prepare_modify();
 
  private:
-  [[nodiscard]] Map& writable() {
-    prepare_modify();
-    return m_pImpl->map;
+  template <class F>
+  std::invoke_result_t<F, Map&> change(F&& f) {
+    const ovcore::RefCountPtr<MapHolder> given_up = prepare_modify();
+    return f(m_pImpl->map);
   }
 };
 
@@ -324,6 +337,7 @@ class OV_EXPORT WritableAttributeMapRef : public MutableAttributeMap {
   explicit WritableAttributeMapRef(AttributeMap& map) noexcept;
   WritableAttributeMapRef(const WritableAttributeMapRef&) = delete;
   WritableAttributeMapRef& operator=(const WritableAttributeMapRef&) = delete;
+  using MutableAttributeMap::operator=;
   ~WritableAttributeMapRef();
 
  private:
@@ -338,12 +352,20 @@ OV_EXPORT ovserialize::Writer& operator<<(ovserialize::Writer& writer, const Att
 OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, AttributeMap& map);
 OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, MutableAttributeMap& map);
 
+namespace impl {
+
+/// Unlike `hash`, agrees with `==`.
+[[nodiscard]] OV_EXPORT std::size_t equality_hash(const AttributeMapBase& map);
+
+}  // namespace impl
+
 }  // namespace ovattribute
 
-/// Agrees with `==`.
 template <>
-struct OV_EXPORT std::hash<ovattribute::AttributeMapBase> {
-  std::size_t operator()(const ovattribute::AttributeMapBase& map) const;
+struct std::hash<ovattribute::AttributeMapBase> {
+  std::size_t operator()(const ovattribute::AttributeMapBase& map) const {
+    return ovattribute::impl::equality_hash(map);
+  }
 };
 template <>
 struct std::hash<ovattribute::AttributeMap> : std::hash<ovattribute::AttributeMapBase> {};

@@ -17,9 +17,16 @@
 #include "ovcore/string_key.h"
 #include "ovcore/transfer_source.h"
 
+namespace ovserialize {
+class Reader;
+class Writer;
+}  // namespace ovserialize
+
 namespace ovattribute {
 
 class AttributeName;
+class IAttributeNameDecoder;
+class IAttributeNameEncoder;
 
 template <class S>
 concept StaticAttributeName = std::same_as<S, ovcore::StaticInstance<AttributeName>> ||
@@ -64,6 +71,13 @@ class OV_EXPORT AttributeName {
     return ovcore::TransferSource<AttributeName>(*this);
   }
 
+  /// As a string item, or as the coder has it. Raise what the other side raises; a name that could
+  /// not be read is as it was.
+  void write(ovserialize::Writer& writer) const;
+  void write(ovserialize::Writer& writer, IAttributeNameEncoder& encoder) const;
+  void read(ovserialize::Reader& reader);
+  void read(ovserialize::Reader& reader, IAttributeNameDecoder& decoder);
+
   friend bool operator==(const AttributeName& a, const AttributeName& b) noexcept {
     return a.m_key.key_value() == b.m_key.key_value();
   }
@@ -88,6 +102,9 @@ class OV_EXPORT AttributeName {
  private:
   ovcore::StringKey m_key;
 };
+
+OV_EXPORT ovserialize::Writer& operator<<(ovserialize::Writer& writer, const AttributeName& name);
+OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, AttributeName& name);
 
 }  // namespace ovattribute
 

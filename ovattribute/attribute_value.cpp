@@ -106,25 +106,23 @@ int AttributeValue::compare_nocase_ascii(const AttributeValue& other) const {
   return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
 }
 
-}  // namespace ovattribute
-
-std::size_t std::hash<ovattribute::AttributeValue>::operator()(
-    const ovattribute::AttributeValue& value) const {
-  namespace ov = ovattribute;
-  return ov::impl::visit_elements(value, [&value]<class T>(std::span<const T> elements) {
+std::size_t impl::equality_hash(const AttributeValue& value) {
+  return visit_elements(value, [&value]<class T>(std::span<const T> elements) {
     std::size_t h = 0;
     if constexpr (std::same_as<T, double>) {
       for (const double d : elements)
         h = h * 5 + std::hash<double>()(d == 0 ? 0.0 : d);
-    } else if constexpr (std::same_as<T, ov::SerializedValue>) {
-      for (const auto& s : elements)
+    } else if constexpr (std::same_as<T, SerializedValue>) {
+      for (const SerializedValue& s : elements)
         h = h * 5 + (s.empty() ? 0 : s.hash());
-    } else if constexpr (std::same_as<T, ov::AttributeMap>) {
-      for (const auto& m : elements)
-        h = h * 5 + std::hash<ov::AttributeMap>()(m);
+    } else if constexpr (std::same_as<T, AttributeMap>) {
+      for (const AttributeMap& m : elements)
+        h = h * 5 + equality_hash(m);
     } else {
       h = value.hash();
     }
     return h;
   });
 }
+
+}  // namespace ovattribute

@@ -35,6 +35,9 @@ concept IntegerType = std::integral<I> && !std::same_as<I, bool> && !std::same_a
 
 namespace impl {
 
+template <class C>
+concept CharacterType = std::integral<C> && !std::same_as<C, bool> && !IntegerType<C>;
+
 /// The type in which an element given as `T` is stored.
 template <class T>
 struct StoredAs {};
@@ -125,6 +128,7 @@ class OV_EXPORT AttributeValue {
 
   /// Null.
   constexpr AttributeValue() noexcept : m_holder(impl::null_storage()) {}
+  explicit constexpr AttributeValue(impl::NullValueType) noexcept : AttributeValue() {}
   /// The empty value of a type.
   explicit AttributeValue(const ValueTypeId& type);
   AttributeValue(std::same_as<bool> auto value)
@@ -154,8 +158,7 @@ class OV_EXPORT AttributeValue {
   /// Characters and pointers are neither integers nor truth values.
   AttributeValue(std::nullptr_t) = delete;
   AttributeValue(const void*) = delete;
-  template <std::integral C>
-    requires(!IntegerType<C> && !std::same_as<C, bool>)
+  template <impl::CharacterType C>
   AttributeValue(C) = delete;
 
   /// A list: `AttributeValue{1, 2, 3}`, `AttributeValue{"a", "b"}`. One element makes a list of
@@ -232,6 +235,7 @@ class OV_EXPORT AttributeValue {
     set_element<impl::StoredAsType<T>>(stored(element));
   }
   void set(const char* text) { set_string(text); }
+  void set(std::nullptr_t) = delete;
   void set_string(const std::string& text) { set_element<std::string>(text); }
   void set_string(const char* text) { set_string(std::string(ovcore::SourceString(text).view())); }
   void set_string(const char* text, std::size_t size) { set_string(std::string(text, size)); }
@@ -243,6 +247,7 @@ class OV_EXPORT AttributeValue {
     append_element<impl::StoredAsType<T>>(stored(std::move(element)));
   }
   void append(const char* text) { append(std::string(ovcore::SourceString(text).view())); }
+  void append(std::nullptr_t) = delete;
   /// Removes all elements and keeps the type.
   void clear() { m_holder->clear(*this); }
   void swap(AttributeValue& other) noexcept { m_holder.swap(other.m_holder); }
@@ -346,6 +351,9 @@ class OV_EXPORT AttributeValue {
 
 namespace impl {
 
+/// Unlike `hash`, agrees with `==`.
+[[nodiscard]] OV_EXPORT std::size_t equality_hash(const AttributeValue& value);
+
 /// For readers, which build storage themselves.
 struct ValueAccess {
   /// Takes over a reference.
@@ -375,8 +383,9 @@ AttributeValue::list_of(R&& range) {
 
 }  // namespace ovattribute
 
-/// Agrees with `==`.
 template <>
-struct OV_EXPORT std::hash<ovattribute::AttributeValue> {
-  std::size_t operator()(const ovattribute::AttributeValue& value) const;
+struct std::hash<ovattribute::AttributeValue> {
+  std::size_t operator()(const ovattribute::AttributeValue& value) const {
+    return ovattribute::impl::equality_hash(value);
+  }
 };

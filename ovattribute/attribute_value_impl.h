@@ -13,12 +13,12 @@
 #include <utility>
 
 #include "ovattribute/attribute_value_type.h"
+#include "ovcore/error_info.h"
 #include "ovcore/export.h"
 #include "ovcore/ref_count.h"
 
 namespace ovcore {
 class AbsoluteTime;
-class ErrorInfo;
 class RelativeTime;
 class SimpleDateTime;
 class Uuid;
@@ -111,9 +111,10 @@ struct ValueTypeTraitsBase {
 template <class T>
 struct PodValueTypeTraits : ValueTypeTraitsBase<T> {
   using AssignArg = T;
+  static constexpr bool shared = false;
 };
 
-/// Object types: passed by reference. `shared` types are always stored with a reference count.
+/// Object types: passed by reference. `Shared` types are always stored with a reference count.
 template <class T, bool Shared = false>
 struct ObjValueTypeTraits : ValueTypeTraitsBase<T> {
   using AssignArg = const T&;
@@ -123,92 +124,94 @@ struct ObjValueTypeTraits : ValueTypeTraitsBase<T> {
 template <class T>
 struct ValueTypeTraits;
 
-#define OV_VALUE_TYPE(T, name, ...)                                     \
-  template <>                                                           \
-  struct OV_EXPORT ValueTypeTraits<T> : __VA_ARGS__ {                   \
-    static constexpr ValueTypeId::EId id = ValueTypeId::id##name;       \
-    [[nodiscard]] static constexpr const ValueTypeId& type() noexcept { \
-      return ValueTypeId::type##name;                                   \
-    }
+#define OV_VALUE_TYPE(name)                                           \
+  static constexpr ValueTypeId::EId id = ValueTypeId::id##name;       \
+  [[nodiscard]] static constexpr const ValueTypeId& type() noexcept { \
+    return ValueTypeId::type##name;                                   \
+  }
 
-OV_VALUE_TYPE(NullValueType, Null, PodValueTypeTraits<NullValueType>)
-static constexpr bool shared = false;
-[[nodiscard]] static int compare(NullValueType, NullValueType) {
-  return 0;
-}
-[[nodiscard]] static bool equal(NullValueType, NullValueType) {
-  return true;
-}
-[[nodiscard]] static std::size_t hash(NullValueType) {
-  return 0;
-}
+template <>
+struct OV_EXPORT ValueTypeTraits<NullValueType> : PodValueTypeTraits<NullValueType> {
+  OV_VALUE_TYPE(Null)
+  [[nodiscard]] static int compare(NullValueType, NullValueType) { return 0; }
+  [[nodiscard]] static bool equal(NullValueType, NullValueType) { return true; }
+  [[nodiscard]] static std::size_t hash(NullValueType) { return 0; }
 };
-OV_VALUE_TYPE(bool, Boolean, PodValueTypeTraits<bool>)
-static constexpr bool shared = false;
-[[nodiscard]] static int compare(bool a, bool b) {
-  return int{a} - int{b};
-}
-[[nodiscard]] static std::size_t hash(bool a) {
-  return a;
-}
+template <>
+struct OV_EXPORT ValueTypeTraits<bool> : PodValueTypeTraits<bool> {
+  OV_VALUE_TYPE(Boolean)
+  [[nodiscard]] static int compare(bool a, bool b) { return int{a} - int{b}; }
+  [[nodiscard]] static std::size_t hash(bool a) { return a; }
 };
-OV_VALUE_TYPE(long long, Integer, PodValueTypeTraits<long long>)
-static constexpr bool shared = false;
-[[nodiscard]] static std::size_t hash(long long a) {
-  return static_cast<std::size_t>(a ^ (a >> 32));
-}
-}
-;
-OV_VALUE_TYPE(std::string, String, ObjValueTypeTraits<std::string, true>)
-[[nodiscard]] static int compare(const std::string& a, const std::string& b) {
-  return a.compare(b);
-}
-[[nodiscard]] static std::size_t hash(const std::string& a);
-}
-;
+template <>
+struct OV_EXPORT ValueTypeTraits<long long> : PodValueTypeTraits<long long> {
+  OV_VALUE_TYPE(Integer)
+  [[nodiscard]] static std::size_t hash(long long a) {
+    return static_cast<std::size_t>(a ^ (a >> 32));
+  }
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<std::string> : ObjValueTypeTraits<std::string, true> {
+  OV_VALUE_TYPE(String)
+  [[nodiscard]] static int compare(const std::string& a, const std::string& b) {
+    return a.compare(b);
+  }
+  [[nodiscard]] static std::size_t hash(const std::string& a);
+};
 /// A NaN is ordered as equal to everything and equal to nothing.
-OV_VALUE_TYPE(double, Double, PodValueTypeTraits<double>)
-static constexpr bool shared = false;
-[[nodiscard]] static std::size_t hash(double a);
-}
-;
-OV_VALUE_TYPE(ovcore::Uuid, Uuid, ObjValueTypeTraits<ovcore::Uuid>)
-}
-;
-OV_VALUE_TYPE(ovuri::UriReference, Uri, ObjValueTypeTraits<ovuri::UriReference>)
-}
-;
-OV_VALUE_TYPE(ovcore::AbsoluteTime, AbsoluteTime, ObjValueTypeTraits<ovcore::AbsoluteTime>)
-}
-;
-OV_VALUE_TYPE(ovcore::RelativeTime, RelativeTime, ObjValueTypeTraits<ovcore::RelativeTime>)
-}
-;
-OV_VALUE_TYPE(ovcore::SimpleDateTime, SimpleDateTime, ObjValueTypeTraits<ovcore::SimpleDateTime>)
-}
-;
-OV_VALUE_TYPE(BinaryValue, Binary, ObjValueTypeTraits<BinaryValue, true>)
-[[nodiscard]] static int compare(const BinaryValue& a, const BinaryValue& b);
-}
-;
-OV_VALUE_TYPE(SerializedValue, Serialized, ObjValueTypeTraits<SerializedValue, true>)
-[[nodiscard]] static int compare(const SerializedValue& a, const SerializedValue& b);
-}
-;
-OV_VALUE_TYPE(AttributeMap, AttributeMap, ObjValueTypeTraits<AttributeMap>)
-[[nodiscard]] static int compare(const AttributeMap& a, const AttributeMap& b);
-}
-;
-OV_VALUE_TYPE(SecuredValue, Secured, ObjValueTypeTraits<SecuredValue, true>)
-[[nodiscard]] static int compare(const SecuredValue& a, const SecuredValue& b);
-}
-;
-OV_VALUE_TYPE(ErrorInfoPtr, ErrorInfo, ObjValueTypeTraits<ErrorInfoPtr>)
-[[nodiscard]] static int compare(const ErrorInfoPtr& a, const ErrorInfoPtr& b);
-[[nodiscard]] static bool equal(const ErrorInfoPtr& a, const ErrorInfoPtr& b);
-[[nodiscard]] static std::size_t hash(const ErrorInfoPtr& a);
-}
-;
+template <>
+struct OV_EXPORT ValueTypeTraits<double> : PodValueTypeTraits<double> {
+  OV_VALUE_TYPE(Double)
+  [[nodiscard]] static std::size_t hash(double a);
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<ovcore::Uuid> : ObjValueTypeTraits<ovcore::Uuid> {
+  OV_VALUE_TYPE(Uuid)
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<ovuri::UriReference> : ObjValueTypeTraits<ovuri::UriReference> {
+  OV_VALUE_TYPE(Uri)
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<ovcore::AbsoluteTime> : ObjValueTypeTraits<ovcore::AbsoluteTime> {
+  OV_VALUE_TYPE(AbsoluteTime)
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<ovcore::RelativeTime> : ObjValueTypeTraits<ovcore::RelativeTime> {
+  OV_VALUE_TYPE(RelativeTime)
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<ovcore::SimpleDateTime>
+    : ObjValueTypeTraits<ovcore::SimpleDateTime> {
+  OV_VALUE_TYPE(SimpleDateTime)
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<BinaryValue> : ObjValueTypeTraits<BinaryValue, true> {
+  OV_VALUE_TYPE(Binary)
+  [[nodiscard]] static int compare(const BinaryValue& a, const BinaryValue& b);
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<SerializedValue> : ObjValueTypeTraits<SerializedValue, true> {
+  OV_VALUE_TYPE(Serialized)
+  [[nodiscard]] static int compare(const SerializedValue& a, const SerializedValue& b);
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<AttributeMap> : ObjValueTypeTraits<AttributeMap> {
+  OV_VALUE_TYPE(AttributeMap)
+  [[nodiscard]] static int compare(const AttributeMap& a, const AttributeMap& b);
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<SecuredValue> : ObjValueTypeTraits<SecuredValue, true> {
+  OV_VALUE_TYPE(Secured)
+  [[nodiscard]] static int compare(const SecuredValue& a, const SecuredValue& b);
+};
+template <>
+struct OV_EXPORT ValueTypeTraits<ErrorInfoPtr> : ObjValueTypeTraits<ErrorInfoPtr> {
+  OV_VALUE_TYPE(ErrorInfo)
+  [[nodiscard]] static int compare(const ErrorInfoPtr& a, const ErrorInfoPtr& b);
+  [[nodiscard]] static bool equal(const ErrorInfoPtr& a, const ErrorInfoPtr& b);
+  [[nodiscard]] static std::size_t hash(const ErrorInfoPtr& a);
+};
 #undef OV_VALUE_TYPE
 
 template <class T>

@@ -11,6 +11,11 @@
 #include "ovcore/read_stream.h"
 #include "ovcore/transfer_source.h"
 
+namespace ovserialize {
+class Reader;
+class Writer;
+}  // namespace ovserialize
+
 namespace ovattribute {
 
 /// A growable block without spare capacity: the buffer is as long as the block, save for a stream
@@ -84,5 +89,9 @@ class OV_EXPORT BinaryValue {
   std::unique_ptr<unsigned char[]> m_data;
   std::size_t m_size = 0;
 };
+
+/// As one binary block. The value is unchanged when it cannot be read.
+OV_EXPORT void write_binary_value(ovserialize::Writer& writer, const BinaryValue& value);
+OV_EXPORT void read_binary_value(ovserialize::Reader& reader, BinaryValue& value);
 
 }  // namespace ovattribute

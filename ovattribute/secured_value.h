@@ -1,20 +1,110 @@
 // SPDX-License-Identifier: Apache-2.0
+// The element type of Secured values: a value under authenticated encryption.
 #pragma once
 
+#include <compare>
 #include <cstddef>
+#include <ostream>
+#include <string>
+#include <utility>
 
+#include "ovattribute/impl/cached_hash.h"
 #include "ovcore/export.h"
+#include "ovcore/ref_count.h"
+#include "ovcore/uuid.h"
+#include "ovserialize/memory_list.h"
+
+namespace ovserialize {
+class Reader;
+class Writer;
+}  // namespace ovserialize
 
 namespace ovattribute {
 
-/// Opaque for now.
+/// What sealing left: the ciphertext, which cipher and which key made it, and a text in the clear
+/// that is authenticated with it. Everybody can copy, compare, write and read it; who has the key
+/// can open it. Copies share the ciphertext, between threads too.
 class OV_EXPORT SecuredValue {
  public:
-  SecuredValue() = default;
+  using MemoryListPtr = ovcore::RefCountPtr<const ovserialize::MemoryList>;
 
-  [[nodiscard]] int compare(const SecuredValue&) const noexcept { return 0; }
-  [[nodiscard]] std::size_t hash() const noexcept { return 0; }
-  friend bool operator==(const SecuredValue&, const SecuredValue&) { return true; }
+  /// Names a key: the family it belongs to, and which of them it is. Ordered by instance, then by
+  /// category.
+  class OV_EXPORT KeyId {
+   public:
+    KeyId() noexcept = default;
+    KeyId(std::string category, const ovcore::Uuid& instance_id) noexcept
+        : m_category(std::move(category)), m_instance_id(instance_id) {}
+    explicit KeyId(ovserialize::Reader& reader) { read(reader); }
+
+    [[nodiscard]] const std::string& category() const noexcept { return m_category; }
+    [[nodiscard]] const ovcore::Uuid& instance_id() const noexcept { return m_instance_id; }
+
+    void clear() noexcept { KeyId().swap(*this); }
+    void swap(KeyId& other) noexcept;
+    friend void swap(KeyId& a, KeyId& b) noexcept { a.swap(b); }
+
+    [[nodiscard]] std::size_t hash() const noexcept;
+    friend bool operator==(const KeyId&, const KeyId&) noexcept = default;
+    friend std::strong_ordering operator<=>(const KeyId& a, const KeyId& b) noexcept {
+      const auto order = a.m_instance_id <=> b.m_instance_id;
+      return order != 0 ? order : a.m_category <=> b.m_category;
+    }
+
+    /// A structure of category and instance. Unchanged when it cannot be read.
+    void write(ovserialize::Writer& writer) const;
+    void read(ovserialize::Reader& reader);
+
+   private:
+    std::string m_category;
+    ovcore::Uuid m_instance_id;
+  };
+
+  /// Empty texts, an empty key id and no data: it opens with no key.
+  SecuredValue() noexcept = default;
+  explicit SecuredValue(ovserialize::Reader& reader) { read(reader); }
+
+  [[nodiscard]] const std::string& annotation() const noexcept { return m_annotation; }
+  [[nodiscard]] const std::string& cipher_id() const noexcept { return m_cipher_id; }
+  [[nodiscard]] const KeyId& key_id() const noexcept { return m_key_id; }
+  /// Bytes of the ciphertext.
+  [[nodiscard]] std::size_t data_size() const noexcept { return m_data ? m_data->size() : 0; }
+
+  void clear() noexcept { SecuredValue().swap(*this); }
+  void swap(SecuredValue& other) noexcept;
+  friend void swap(SecuredValue& a, SecuredValue& b) noexcept { a.swap(b); }
+
+  /// By ciphertext, annotation, cipher and key. -1, 0 or 1.
+  [[nodiscard]] int compare(const SecuredValue& other) const noexcept;
+  /// Computed once.
+  [[nodiscard]] std::size_t hash() const {
+    return m_hash.get([this] { return calc_hash_aux(); });
+  }
+
+  friend bool operator==(const SecuredValue& a, const SecuredValue& b) noexcept {
+    return a.compare(b) == 0;
+  }
+  friend std::strong_ordering operator<=>(const SecuredValue& a, const SecuredValue& b) noexcept {
+    return a.compare(b) <=> 0;
+  }
+
+  /// A structure of annotation, cipher, key id and ciphertext. Unchanged when it cannot be read.
+  void write(ovserialize::Writer& writer) const;
+  void read(ovserialize::Reader& reader);
+
+ private:
+  [[nodiscard]] std::size_t calc_hash_aux() const noexcept;
+
+  std::string m_annotation;
+  std::string m_cipher_id;
+  KeyId m_key_id;
+  MemoryListPtr m_data;  // null: no bytes
+  impl::CachedHash m_hash;
 };
+
+/// `category:instance`.
+OV_EXPORT std::ostream& operator<<(std::ostream& out, const SecuredValue::KeyId& id);
+/// `(cipher=..., keyid=..., datasize=...)`, nothing of annotation and ciphertext.
+OV_EXPORT std::ostream& operator<<(std::ostream& out, const SecuredValue& value);
 
 }  // namespace ovattribute

@@ -33,7 +33,8 @@ struct MapChecks : AttributeMapBase {
 ///
 /// A value of another type raises `ovattribute_value_type_mismatch`, a list where one element is
 /// asked for `ovattribute_value_cardinality_expectSingle`.
-template <impl::ElementType T>
+template <class T>
+requires impl::StoredType<T> || IntegerType<T>
 class TypedAttribute {
  public:
   using Stored = impl::StoredAsType<T>;

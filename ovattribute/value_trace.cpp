@@ -189,9 +189,6 @@ void write_element(const Trace& trace, const SerializedValue& value) {
   trace.number(value.size());
   trace.out << '>';
 }
-void write_element(const Trace& trace, const SecuredValue&) {
-  trace.out << "(secured)";
-}
 template <class T>
 void write_element(const Trace& trace, const T& value) {
   trace.out << value;

@@ -68,7 +68,7 @@ struct AdoptReference {};
 
 /// Counted pointer to anything with `add_ref()` and `release()`.
 template <class T>
-class RefCountPtr {
+class OV_EXPORT RefCountPtr {
  public:
   using element_type = T;
 
@@ -136,7 +136,7 @@ template <class T, class... Args>
 /// Pointer to an interface whose implementation may or may not be counted. A singleton is
 /// pointed to as it is; an implementation that derives from `RefCounted` is kept alive.
 template <class T>
-class InterfacePtr {
+class OV_EXPORT InterfacePtr {
  public:
   constexpr InterfacePtr() noexcept = default;
   constexpr InterfacePtr(std::nullptr_t) noexcept {}

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// Attribute values as JSON, both ways without loss.
+//
+// Null, Boolean, Integer, String and AttributeMap have a JSON form of their own: null, true and
+// false, integer numbers, strings and objects; a list of two or more elements is an array. All
+// other values, and those whose JSON would read back as something else, are written as an object of
+// one member, `{"ovserialize": "..."}`, whose string is the value in the text form of the item
+// stream.
+//
+// Reading changes nothing that this writes, but it does change some documents of others: a fraction
+// comes back in the lossless form, an array of one element as the element, -0 as 0. Nested arrays
+// and arrays of nulls or of different kinds are refused.
+#pragma once
+
+#include "ovattribute/attribute_value.h"
+#include "ovcore/export.h"
+
+namespace ovjson {
+class Reader;
+class Writer;
+}  // namespace ovjson
+
+namespace ovattribute {
+
+struct JsonReadOptions {
+  /// Integer literals that fit 64 bits are read exactly, not by way of a double; beside a fraction
+  /// in one array, where that cannot be, a literal that a double does not hold is refused.
+  bool exact_integers = false;
+  /// A member name that comes twice in an object is an error; else the last one counts.
+  bool refuse_repeated_names = false;
+};
+
+struct JsonWriteOptions {
+  /// Every Integer is written as a number; else those beyond 2^53 go in the lossless form.
+  bool exact_integers = false;
+  /// Members in the order of their names' bytes; else in the map's own.
+  bool order_names_by_text = false;
+};
+
+/// Reads the reader's current value, or at the start its first one. Errors are of code
+/// `ovjson_reader` with the position, or those of the reader.
+[[nodiscard]] OV_EXPORT AttributeValue read_attribute_value(ovjson::Reader& reader,
+                                                            const JsonReadOptions& options = {});
+/// The target is unchanged after a failure.
+OV_EXPORT void read_attribute_value(ovjson::Reader& reader, AttributeValue& value,
+                                    const JsonReadOptions& options = {});
+
+/// Writes one value. Errors are those of the writer; what was written before one stays written.
+OV_EXPORT void write_attribute_value(ovjson::Writer& writer, const AttributeValue& value,
+                                     const JsonWriteOptions& options = {});
+
+}  // namespace ovattribute

@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ovattribute/json_marshaler.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "ovattribute/attribute_map.h"
+#include "ovattribute/binary_value.h"
+#include "ovattribute/error_codes.h"
+#include "ovcore/uuid.h"
+#include "ovjson/error_codes.h"
+#include "ovjson/reader.h"
+#include "ovjson/writer.h"
+#include "tests/support/allocations.h"
+#include "tests/support/error_matcher.h"
+#include "tests/support/splits.h"
+
+namespace ovattribute {
+namespace {
+
+AttributeValue read(std::string_view json, const JsonReadOptions& options = {}) {
+  ovjson::Reader reader(ovcore::make_ref_counted<ovcore::MemoryReadStream>(json), {}, {});
+  AttributeValue value = read_attribute_value(reader, options);
+  EXPECT_FALSE(reader.next_value()) << json;
+  return value;
+}
+
+std::string written(const AttributeValue& value, const JsonWriteOptions& options = {}) {
+  std::string text;
+  ovjson::TextWriter writer(ovcore::make_ref_counted<ovcore::StringWriteStream>(text));
+  write_attribute_value(writer, value, options);
+  writer.close();
+  return text;
+}
+
+AttributeValue one(AttributeValue value) {
+  return value;
+}
+template <class T>
+AttributeValue list(std::vector<T> elements) {
+  return AttributeValue::list_of(elements);
+}
+
+TEST(JsonMarshaler, ReadsEachKindAsItsType) {
+  struct Case {
+    const char* json;
+    AttributeValue value;
+  };
+  const Case cases[] = {
+      {"null", {}},
+      {"true", one(true)},
+      {"\"\"", one("")},
+      {"\"a\\u00e9\"", one("a\xc3\xa9")},
+      {"0", one(0)},
+      {"-0", one(0)},
+      {"-0.0", one(0)},
+      {"1.0", one(1)},
+      {"2.5e1", one(25)},
+      {"2.5", one(2.5)},
+      {"1e300", one(1e300)},
+      {"9223372036854775808", one(9223372036854775808.0)},
+      {"-9223372036854775808", one(std::numeric_limits<long long>::min())},
+      {"9007199254740993", one(9007199254740992LL)},
+      {"5e-324", one(5e-324)},
+      {"[]", AttributeValue(ValueTypeId::typeString)},
+      {"[1]", list<int>({1})},
+      {"[1, 2]", list<int>({1, 2})},
+      {"[1, 2.5]", list<double>({1.0, 2.5})},
+      {"[2.5, 1]", list<double>({2.5, 1.0})},
+      {"[true, false]", AttributeValue{true, false}},
+      {"[\"a\", \"\"]", AttributeValue{"a", ""}},
+      {"{}", AttributeMap()},
+      {"{a: 1, \"b\": {\"c\": [\"d\", \"e\"]}}",
+       AttributeMap{{"a", 1}, {"b", AttributeMap{{"c", {"d", "e"}}}}}},
+      {"[{\"a\": 1}, {}]", AttributeValue{AttributeMap{{"a", 1}}, AttributeMap()}},
+      {"{\"a\": 1, \"a\": 2}", AttributeMap{{"a", 2}}},
+      {"{\"x\": 1, \"ovserialize\": 2}", AttributeMap{{"x", 1}, {"ovserialize", 2}}},
+      {"[{\"ovserialize\": 1}]", list<AttributeMap>({AttributeMap{{"ovserialize", 1}}})},
+      {"{\"ovserialize\": \"2.0\"}", one(2.0)},
+      {"{\"ovserialize\": \"2.0\", \"x\": [[null]]}", one(2.0)},
+      {"{\"ovserialize\": \" / a comment / 7 \"}", one(7)},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    const AttributeValue value = read(c.json);
+    EXPECT_EQ(value.type(), c.value.type());
+    EXPECT_EQ(value, c.value);
+    ovtest::for_each_split(c.json, [&](const auto& stream) {
+      ovjson::Reader reader(stream);
+      EXPECT_EQ(read_attribute_value(reader), c.value);
+    });
+  }
+}
+
+TEST(JsonMarshaler, KeepsIntegersExactlyOnRequest) {
+  const JsonReadOptions exact{.exact_integers = true};
+  EXPECT_EQ(read("9007199254740993", exact), one(9007199254740993LL));
+  EXPECT_EQ(read("9223372036854775807", exact), one(std::numeric_limits<long long>::max()));
+  EXPECT_EQ(read("9223372036854775808", exact), one(9223372036854775808.0));
+  EXPECT_EQ(read("-0", exact), one(0));
+  EXPECT_EQ(read("[9007199254740993, 1.0]", exact), (AttributeValue{9007199254740993LL, 1LL}));
+  EXPECT_EQ(read("[9007199254740992, 0.5]", exact), (AttributeValue{9007199254740992.0, 0.5}));
+  EXPECT_ERROR(read("[9007199254740993, 0.5]", exact), ovjson::error::ovjson_reader,
+               "Array holds a fraction and an integer that no Double can hold. "
+               "[line 1, pos 20]");
+  EXPECT_EQ(written(9007199254740993LL, {.exact_integers = true}), "9007199254740993");
+}
+
+TEST(JsonMarshaler, RefusesWhatHasNoValue) {
+  struct Case {
+    const char* json;
+    const char* message;
+    const char* function;
+  };
+  const char* const array = "ovattribute::impl::read_json_array()";
+  const char* const serialized = "ovattribute::impl::read_serialized_attribute_value()";
+  const Case cases[] = {
+      {"", "Expecting JSON value [line 1, pos 1]", "read_attribute_value()"},
+      {"[[1]]", "Array of Array elements not supported. [line 1, pos 2]", array},
+      {"[null]", "Array of null elements not supported. [line 1, pos 2]", array},
+      {"{\"a\":\n [1, \"x\"]}",
+       "All array elements must be of same type.  Expecting 'Number' found 'String'. "
+       "[line 2, pos 6]",
+       array},
+      {"[{}, []]",
+       "All array elements must be of same type.  Expecting 'Object' found 'Array'. "
+       "[line 1, pos 6]",
+       array},
+      {"[true, null]",
+       "All array elements must be of same type.  Expecting 'Boolean' found 'Null'. "
+       "[line 1, pos 8]",
+       array},
+      {"{\"ovserialize\": 1}",
+       "Value of \"ovserialize\" property must be of type 'String'. [line 1, pos 17]", serialized},
+      {"{\"ovserialize\": \"what?\"}",
+       "String value is not a valid ovserialize Text serialized AttributeValue. "
+       "[line 1, pos 17]",
+       serialized},
+      {"{\"ovserialize\": \"1, 2\"}",
+       "String value is not a valid ovserialize Text serialized AttributeValue. "
+       "[line 1, pos 17]",
+       serialized},
+      {"{\"ovserialize\": \"\"}",
+       "String value is not a valid ovserialize Text serialized AttributeValue. "
+       "[line 1, pos 17]",
+       serialized},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    AttributeValue target("kept");
+    const auto error = ovtest::error_of([&] {
+      ovjson::Reader reader(ovcore::make_ref_counted<ovcore::MemoryReadStream>(c.json));
+      read_attribute_value(reader, target);
+    });
+    ovtest::expect_error(error, ovjson::error::ovjson_reader, c.message,
+                         {"ovattribute/json_marshaler", c.function, 0});
+    EXPECT_EQ(target, one("kept"));
+    const bool decoding = std::string_view(c.message).starts_with("String value");
+    EXPECT_EQ(error && error->cause(), decoding);
+  }
+}
+
+TEST(JsonMarshaler, RefusesRepeatedNamesOnRequest) {
+  const JsonReadOptions strict{.refuse_repeated_names = true};
+  EXPECT_EQ(read("{\"a\": {\"a\": 1}}", strict), one(AttributeMap{{"a", AttributeMap{{"a", 1}}}}));
+  EXPECT_ERROR(read("{\"a\": 1,\n  \"b\": 2, \"a\": [1]}", strict), ovjson::error::ovjson_reader,
+               "Repeated member name 'a' [line 2, pos 11]");
+}
+
+TEST(JsonMarshaler, WritesPlainJsonWhereItReadsBackTheSame) {
+  const long long limit = 9007199254740992;
+  struct Case {
+    AttributeValue value;
+    const char* json;
+  };
+  const Case cases[] = {
+      {{}, "null"},
+      {one(false), "false"},
+      {AttributeValue{true, false}, "[true,false]"},
+      {AttributeValue(ValueTypeId::typeBoolean), "{\"ovserialize\":\"simple(1), [_ 0]\"}"},
+      {one(limit), "9007199254740992"},
+      {one(-limit), "-9007199254740992"},
+      {one(limit + 1), "{\"ovserialize\":\"9007199254740993\"}"},
+      {AttributeValue{1LL, -limit - 1},
+       "{\"ovserialize\":\"simple(2), [_ 2, 1, -9007199254740993]\"}"},
+      {AttributeValue(ValueTypeId::typeInteger), "{\"ovserialize\":\"simple(2), [_ 0]\"}"},
+      {one("a\"\n"), "\"a\\\"\\n\""},
+      {AttributeValue(ValueTypeId::typeString), "[]"},
+      {list<std::string>({"x"}), "\"x\""},
+      {one(2.0), "{\"ovserialize\":\"2.0\"}"},
+      {AttributeMap{{"a", 1}}, "{\"a\":1}"},
+      {AttributeMap(), "{}"},
+      {AttributeValue(ValueTypeId::typeAttributeMap), "{\"ovserialize\":\"simple(12), [_ 0]\"}"},
+      {AttributeValue{AttributeMap(), AttributeMap{{"a", 2.5}}},
+       "[{},{\"a\":{\"ovserialize\":\"2.5\"}}]"},
+  };
+  for (const Case& c : cases) {
+    const std::string json = written(c.value);
+    EXPECT_EQ(json, c.json);
+    const AttributeValue again = read(json);
+    EXPECT_EQ(again, c.value) << json;
+    EXPECT_EQ(written(again), json);
+  }
+}
+
+TEST(JsonMarshaler, FallsBackForMapsThatWouldNotReadBack) {
+  const AttributeMap reserved{{"ovserialize", "x"}};
+  const AttributeMap nameless{{"", 1}, {"b", 2}};
+  for (const AttributeValue& value :
+       {one(reserved), one(nameless), AttributeValue{AttributeMap(), reserved},
+        one(AttributeMap{{"inner", reserved}})}) {
+    const std::string json = written(value);
+    EXPECT_NE(json.find("{\"ovserialize\":\""), std::string::npos) << json;
+    EXPECT_EQ(read(json), value) << json;
+  }
+  // Only the map with the name falls back, not the one around it.
+  EXPECT_TRUE(written(AttributeMap{{"inner", reserved}}).starts_with("{\"inner\":{\"ovser"));
+}
+
+TEST(JsonMarshaler, LongValuesStreamInPieces) {
+  std::vector<std::string> texts;
+  for (int i = 0; i < 3000; ++i)
+    texts.push_back("\"\\\n" + std::to_string(i));
+  const AttributeMap map{{"ovserialize", AttributeValue::list_of(texts)}};
+  EXPECT_EQ(read(written(map)), one(map));
+}
+
+TEST(JsonMarshaler, OrdersNamesOnRequest) {
+  // Interned in this order, so maps hold them in this order unless the names were known before.
+  const AttributeMap map{
+      {"zz order", 1}, {"mm order", 2}, {"aa order", AttributeMap{{"b", 1}, {"A", 2}}}};
+  EXPECT_EQ(written(map, {.order_names_by_text = true}),
+            "{\"aa order\":{\"A\":2,\"b\":1},\"mm order\":2,\"zz order\":1}");
+}
+
+TEST(JsonMarshaler, FailedAllocationsLeaveTheTarget) {
+  const std::string json =
+      "{\"a\": [1, 2.5, 3], \"long enough to be on the heap\": {\"b\": [\"x\", \"y\"], "
+      "\"c\": [{}, {\"d\": null}]}, \"e\": {\"ovserialize\": \"simple(4), [_ 2, 1.5, 2.5]\"}}";
+  AttributeValue target;
+  const auto failures = ovtest::for_each_failed_allocation(
+      [&] {
+        target.set(5);  // a constant, which costs nothing
+        ovjson::Reader reader(ovcore::make_ref_counted<ovcore::MemoryReadStream>(json));
+        read_attribute_value(reader, target);
+        target.set(5);
+      },
+      [&] { EXPECT_EQ(target, one(5)); });
+  EXPECT_GT(failures, 10u);
+}
+
+}  // namespace
+}  // namespace ovattribute
