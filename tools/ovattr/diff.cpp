@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "ovattribute/attribute_map.h"
+#include "ovattribute/trace_formatter.h"
+#include "tools/ovattr/command.h"
+#include "tools/ovattr/document.h"
+
+namespace ovattr {
+namespace {
+
+using ovattribute::AttributeMap;
+using ovattribute::AttributeValue;
+using ovattribute::ValueTypeId;
+
+std::string escaped(const std::string& name) {
+  std::string result;
+  for (const char c : name) {
+    if (c == '~') {
+      result += "~0";
+    } else if (c == '/') {
+      result += "~1";
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
+bool is_map(const AttributeValue& value) {
+  return value.type() == ValueTypeId::typeAttributeMap && value.size() == 1;
+}
+
+/// Unlike `==`, takes a NaN as equal to one of the same bits: both say the same.
+bool same_element(const AttributeValue& a, const AttributeValue& b) {
+  if (a == b) return true;
+  if (a.type() != ValueTypeId::typeDouble || b.type() != a.type()) return false;
+  return a.size() == 1 && b.size() == 1 &&
+         std::bit_cast<std::uint64_t>(a.get<double>()) ==
+             std::bit_cast<std::uint64_t>(b.get<double>());
+}
+
+class Difference {
+ public:
+  explicit Difference(std::ostream& out) : m_out(out), m_formatter(one_line()) {}
+
+  void compare(const std::string& pointer, const AttributeValue& a, const AttributeValue& b) {
+    if (is_map(a) && is_map(b)) {
+      compare_maps(pointer, a.get<AttributeMap>(), b.get<AttributeMap>());
+    } else if (a.type() == b.type() && (a.size() != 1 || b.size() != 1)) {
+      compare_lists(pointer, a, b);
+    } else if (!same_element(a, b)) {
+      line('!', pointer, a) << " => ";
+      b.write_trace(m_out, m_formatter, 0);
+      m_out << '\n';
+    }
+  }
+  [[nodiscard]] bool found() const noexcept { return m_found; }
+
+ private:
+  static ovattribute::TraceFormatter one_line() {
+    using ListParams = ovattribute::TraceFormatter::ListParams;
+    const ListParams braces("{", ", ", "}", false);
+    return ovattribute::TraceFormatter::Composer()
+        .line_prefix(" ")
+        .indent("")
+        .max_multivalue_count(4)
+        .max_string_len(60)
+        .max_binary_value_dump_bytes(16)
+        .list_default(braces)
+        .list_string_simple(braces)
+        .list_string_multiline(braces)
+        .list_binary_value_dump(braces)
+        .list_error_info(braces)
+        .list_map(ListParams("{", ",", "}", true))
+        .order_names_by_text(true)
+        .compose();
+  }
+
+  std::ostream& line(char mark, const std::string& pointer, const AttributeValue& value) {
+    m_found = true;
+    m_out << mark << ' ' << pointer << ": ";
+    value.write_trace(m_out, m_formatter, 0);
+    return m_out;
+  }
+
+  void compare_maps(const std::string& pointer, const AttributeMap& a, const AttributeMap& b) {
+    std::set<std::string> names;
+    for (const auto& entry : a)
+      names.insert(entry.first.value());
+    for (const auto& entry : b)
+      names.insert(entry.first.value());
+    for (const std::string& name : names) {
+      compare_places(pointer + '/' + escaped(name), a.query_ptr(name), b.query_ptr(name));
+    }
+  }
+
+  void compare_lists(const std::string& pointer, const AttributeValue& a, const AttributeValue& b) {
+    for (std::size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+      const AttributeValue in_a = i < a.size() ? a.subrange(i, 1) : AttributeValue();
+      const AttributeValue in_b = i < b.size() ? b.subrange(i, 1) : AttributeValue();
+      compare_places(pointer + '/' + std::to_string(i), i < a.size() ? &in_a : nullptr,
+                     i < b.size() ? &in_b : nullptr);
+    }
+  }
+
+  void compare_places(const std::string& pointer, const AttributeValue* a,
+                      const AttributeValue* b) {
+    if (a == nullptr) {
+      line('+', pointer, *b) << '\n';
+    } else if (b == nullptr) {
+      line('-', pointer, *a) << '\n';
+    } else {
+      compare(pointer, *a, *b);
+    }
+  }
+
+  std::ostream& m_out;
+  const ovattribute::TraceFormatter m_formatter;
+  bool m_found = false;
+};
+
+struct Diff {
+  Reading a;
+  Reading b;
+
+  void run() const {
+    const AttributeValue in_a = read_document(a);
+    const AttributeValue in_b = read_document(b);
+    const bool differ = about_file(output_name("-"), [&] {
+      Output out("-");
+      OutputBuffer buffer(out.stream());
+      std::ostream text(&buffer);
+      text.exceptions(std::ios::badbit);
+      Difference difference(text);
+      difference.compare("", in_a, in_b);
+      text.flush();
+      return difference.found();
+    });
+    if (differ) throw Finding();
+  }
+};
+
+}  // namespace
+
+void add_diff(CLI::App& app) {
+  CLI::App* command = app.add_subcommand(
+      "diff",
+      "Print what differs between two documents, by JSON pointer; exit 1 when anything does");
+  const auto diff = std::make_shared<Diff>();
+  command->add_option("A", diff->a.file, "The old document; - is standard input")->required();
+  command->add_option("B", diff->b.file, "The new document")->required();
+  command->footer(
+      "A line begins with - for what only A has, + for what only B has, ! for what differs.\n"
+      "Types count: the Integer 2 and the Double 2.0 differ; a scalar and a list of one do not.\n\n"
+      "Example:\n  ovattr diff order.json order-new.json");
+  command->callback([diff] { diff->run(); });
+}
+
+}  // namespace ovattr

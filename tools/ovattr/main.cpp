@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// ovattr: attribute values on the command line.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "ovattribute/error_codes.h"
+#include "tools/ovattr/command.h"
+
+namespace ovattr {
+namespace {
+
+constexpr int bad_data = 1;
+constexpr int bad_usage = 2;
+
+void report(const std::string& message) {
+  std::fprintf(stderr, "ovattr: %s\n", message.c_str());
+}
+
+void report(const FileFailure& failure, bool verbose) {
+  std::string message = failure.file() + ": " + failure.what();
+  for (const auto* e = failure.info()->cause().get(); e != nullptr; e = e->cause().get()) {
+    message += ": " + e->message();
+  }
+  report(message);
+  if (!verbose) return;
+  for (const auto* e = failure.info().get(); e != nullptr; e = e->cause().get()) {
+    std::fprintf(stderr, "  %s at %s\n", e->code().text().str().c_str(),
+                 e->location().function.c_str());
+  }
+}
+
+int run(int argc, char** argv) {
+  CLI::App app("Typed, named data: show, query and convert attribute values.", "ovattr");
+  bool verbose = false;
+  app.add_flag("-v,--verbose", verbose, "Name the error code of a failure");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    return "ovattr: " + std::string(e.what()) + "\nTry ovattr --help.\n";
+  });
+  app.footer("Every command has a --help of its own, with an example:\n  ovattr convert --help");
+  add_show(app);
+  add_query(app);
+  add_convert(app);
+  add_diff(app);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : bad_usage;
+  } catch (const Finding&) {
+    return bad_data;
+  } catch (const FileFailure& e) {
+    report(e, verbose);
+    return bad_data;
+  } catch (const std::exception& e) {
+    report(e.what());
+    return bad_data;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void fail(const std::string& file, ovcore::SourceString message) {
+  try {
+    ovcore::throw_error(ovattribute::error::ovattribute_invalidParameter, message,
+                        {"tools/ovattr", "ovattr::fail()", 0});
+  } catch (const ovcore::Exception& e) {
+    throw FileFailure(file, e.info());
+  }
+}
+
+}  // namespace ovattr
+
+int main(int argc, char** argv) {
+  return ovattr::run(argc, argv);
+}

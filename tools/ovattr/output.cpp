@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/ovattr/output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "ovcore/error_codes.h"
+#include "ovcore/error_composer.h"
+
+namespace ovattr {
+namespace {
+
+[[noreturn]] void fail_writing(int error) {
+  ovcore::ErrorComposer("Writing failed: {@reason}")
+      .add("reason", std::strerror(error))
+      .throw_error(ovcore::error::ovcore_stream_write,
+                   {"tools/ovattr/output", "ovattr::Output()", 0});
+}
+
+/// What a new file may be done with: as an old one, else as the user's mask says.
+mode_t mode_of(const std::string& file) {
+  struct stat old;
+  if (::stat(file.c_str(), &old) == 0) return old.st_mode & 07777;
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return 0666 & ~mask;
+}
+
+bool is_special(const std::string& file) {
+  struct stat old;
+  return ::stat(file.c_str(), &old) == 0 && !S_ISREG(old.st_mode);
+}
+
+}  // namespace
+
+Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
+  if (file == "-") {
+    m_descriptor = STDOUT_FILENO;
+  } else if (is_special(file)) {
+    m_descriptor = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
+  } else {
+    m_temporary = file + ".XXXXXX";
+    m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);
+    if (m_descriptor < 0) m_temporary.clear();
+  }
+  if (m_descriptor < 0) fail_writing(errno);
+  m_stream = ovcore::make_ref_counted<ovcore::FileWriteStream>(m_descriptor);
+}
+
+Output::~Output() {
+  if (m_descriptor >= 0 && m_descriptor != STDOUT_FILENO) ::close(m_descriptor);
+  if (!m_temporary.empty()) ::unlink(m_temporary.c_str());
+}
+
+void Output::commit() {
+  if (m_descriptor == STDOUT_FILENO) return;
+  if (!m_temporary.empty() && ::fchmod(m_descriptor, mode_of(m_file)) != 0) fail_writing(errno);
+  const int descriptor = m_descriptor;
+  m_descriptor = -1;
+  if (::close(descriptor) != 0) fail_writing(errno);
+  if (m_temporary.empty()) return;
+  if (std::rename(m_temporary.c_str(), m_file.c_str()) != 0) fail_writing(errno);
+  m_temporary.clear();
+}
+
+OutputBuffer::int_type OutputBuffer::overflow(int_type c) {
+  sync();
+  if (!traits_type::eq_int_type(c, traits_type::eof())) sputc(traits_type::to_char_type(c));
+  return traits_type::not_eof(c);
+}
+
+int OutputBuffer::sync() {
+  m_target.write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
+  setp(m_block, m_block + sizeof m_block);
+  return 0;
+}
+
+}  // namespace ovattr

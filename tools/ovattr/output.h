@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where a command's result goes.
+#pragma once
+
+#include <streambuf>
+#include <string>
+
+#include "ovcore/write_stream.h"
+
+namespace ovattr {
+
+/// Standard output for "-", else a file that takes the place of an old one only once it is
+/// complete: what fails half way leaves the old file as it was, or none.
+class Output {
+ public:
+  /// Raises `ovcore_stream_write`.
+  explicit Output(const std::string& file);
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  /// Without `commit` before, nothing has happened.
+  ~Output();
+
+  [[nodiscard]] ovcore::IWriteStream& stream() noexcept { return *m_stream; }
+  void commit();
+
+ private:
+  std::string m_file;
+  std::string m_temporary;  // empty when the target is written directly
+  int m_descriptor;
+  ovcore::RefCountPtr<ovcore::FileWriteStream> m_stream;
+};
+
+/// Lets a standard stream write to a target, in blocks. Errors of the target pass through streams
+/// that let badbit raise.
+class OutputBuffer final : public std::streambuf {
+ public:
+  explicit OutputBuffer(ovcore::IWriteStream& target) noexcept : m_target(target) {
+    setp(m_block, m_block + sizeof m_block);
+  }
+
+ private:
+  int_type overflow(int_type c) override;
+  int sync() override;
+
+  ovcore::IWriteStream& m_target;
+  char m_block[16384];
+};
+
+}  // namespace ovattr
