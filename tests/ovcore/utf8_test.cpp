@@ -11,8 +11,7 @@ namespace {
 
 // RFC 3629 section 3, for any number of up to 21 bits, allowed or not.
 std::string encoded(std::uint32_t c, int size) {
-  if (size == 1)
-    return {static_cast<char>(c)};
+  if (size == 1) return {static_cast<char>(c)};
   std::string bytes;
   for (; size > 1; --size, c >>= 6)
     bytes.insert(bytes.begin(), static_cast<char>(0x80 | (c & 0x3f)));
@@ -28,8 +27,7 @@ TEST(Utf8, EveryNumberInItsShortestFormUnlessItIsNoCharacter) {
     for (int size = shortest; size <= 4; ++size) {
       const bool valid = character && size == shortest;
       const std::string bytes = encoded(c, size);
-      ASSERT_EQ(utf8_prefix(bytes) == bytes.size(), valid)
-          << c << " in " << size;
+      ASSERT_EQ(utf8_prefix(bytes) == bytes.size(), valid) << c << " in " << size;
       if (valid && size > 1) {
         ASSERT_EQ(utf8_prefix(bytes.substr(0, bytes.size() - 1)), 0u) << c;
       }
@@ -46,8 +44,7 @@ TEST(Utf8, FirstMistakeIsFoundAtEveryPlace) {
       EXPECT_EQ(utf8_prefix(text), at);
       EXPECT_FALSE(is_ascii(text));
       EXPECT_FALSE(is_utf8(text));
-      if (at + 1 == size)
-        continue;
+      if (at + 1 == size) continue;
       text[at] = '\xc3';
       text[at + 1] = '\xa4';
       EXPECT_TRUE(is_utf8(text));
@@ -57,5 +54,5 @@ TEST(Utf8, FirstMistakeIsFoundAtEveryPlace) {
   EXPECT_TRUE(is_utf8(""));
 }
 
-} // namespace
-} // namespace ovcore
+}  // namespace
+}  // namespace ovcore
