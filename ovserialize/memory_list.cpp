@@ -15,8 +15,6 @@ namespace {
 
 constexpr std::size_t smallest_segment = 256;
 constexpr std::size_t largest_segment = std::size_t{64} << 10;
-// Below this a copy costs less than what sharing keeps alive.
-constexpr std::size_t shared_from = 4096;
 
 }  // namespace
 

@@ -29,6 +29,9 @@ struct MemoryListOptions {
 /// overwritten. Operations that change a list and fail leave it as it was.
 class OV_EXPORT MemoryList final : public ovcore::RefCounted {
  public:
+  /// Bytes below which a copy costs less than what sharing keeps alive.
+  static constexpr std::size_t shared_from = 4096;
+
   [[nodiscard]] static ovcore::RefCountPtr<MemoryList> create(
       const MemoryListOptions& options = {});
   /// A list of its own copy of the bytes, in one segment of their size.

@@ -9,8 +9,7 @@
 namespace ovserialize {
 namespace {
 
-// Below this, and where a block is a small part of the whole, a copy is better than keeping all.
-constexpr std::size_t shared_from = 4096;
+// A block that is a smaller part of the whole than this is copied, rather than keeping all for it.
 constexpr std::size_t shared_part = 4;
 
 }  // namespace
@@ -70,9 +69,9 @@ bool MemoryReader::fill(std::size_t size) {
 
 ovcore::RefCountPtr<const MemoryList> MemoryReader::take_list(std::size_t size) {
   if (!m_list || available() < size) return BinaryReader::take_list(size);
-  const bool share = size >= shared_from && size >= m_list->size() / shared_part;
+  const bool share = size >= MemoryList::shared_from && size >= m_list->size() / shared_part;
   const auto offset = static_cast<std::size_t>(position());
-  const ovcore::RefCountPtr<const MemoryList> result =
+  ovcore::RefCountPtr<const MemoryList> result =
       share ? m_list->slice(offset, size)
             : ovcore::RefCountPtr<const MemoryList>(m_list->copy(offset, size));
   skip(size);

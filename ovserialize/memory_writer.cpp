@@ -4,18 +4,13 @@
 #include <utility>
 
 namespace ovserialize {
-namespace {
-
-constexpr std::size_t shared_from = 4096;
-
-}  // namespace
 
 ovcore::RefCountPtr<const MemoryList> MemoryWriter::memory_list() const {
   check_complete();
   if (!m_list) return MemoryList::create_copy(nullptr, 0, m_options.wiping);
   sync();
   const std::size_t size = m_list->size();
-  if (size < shared_from) return m_list->copy(0, size);
+  if (size < MemoryList::shared_from) return m_list->copy(0, size);
   return m_list->slice(0, size);
 }
 
