@@ -248,6 +248,9 @@ void Reader::State::raise_fault() {
       raise(position, error::ovjson_reader_unexpected_size, fault.message,
             {{"maxSize", ovcore::to_string(m_max_value_size)}}, location);
     default:
+      if (fault.found.empty()) {
+        raise(position, error::ovjson_reader_tokenizer_syntaxError, fault.message, {}, location);
+      }
       raise(position, error::ovjson_reader_tokenizer_syntaxError, fault.message,
             {{"found", fault.found}}, location);
   }
