@@ -215,7 +215,7 @@ class Reading {
                               if constexpr (std::same_as<T, impl::NullValueType>) {
                                 return {};
                               } else {
-                                return read_elements<T>();
+                                return this->read_elements<T>();
                               }
                             });
   }
