@@ -2,7 +2,6 @@
 #include "ovjson/tokenizer.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -10,88 +9,14 @@
 #include "ovcore/exception.h"
 #include "ovcore/to_string.h"
 #include "ovjson/impl/number.h"
+#include "ovjson/impl/scan.h"
 #include "ovjson/impl/utf8.h"
 #include "ovjson/impl/word.h"
 
 namespace ovjson {
 namespace {
 
-constexpr std::size_t padding = sizeof(std::uint64_t);
-
-enum CharClass : unsigned char {
-  class_other,
-  class_punctuator,
-  class_quote,
-  class_number,  // what a number begins with
-  class_word,    // what an identifier or a literal begins with
-};
-
-constexpr auto class_of = [] {
-  std::array<CharClass, 256> table{};
-  for (const char c : std::string_view("{}[]:,"))
-    table[static_cast<unsigned char>(c)] = class_punctuator;
-  table['"'] = class_quote;
-  table['-'] = class_number;
-  for (int c = '0'; c <= '9'; ++c)
-    table[static_cast<std::size_t>(c)] = class_number;
-  for (int c = 'a'; c <= 'z'; ++c)
-    table[static_cast<std::size_t>(c)] = table[static_cast<std::size_t>(c - 'a' + 'A')] =
-        class_word;
-  table['_'] = table['$'] = class_word;
-  return table;
-}();
-
-constexpr bool is_digit(char c) noexcept {
-  return c >= '0' && c <= '9';
-}
-
-bool is_word(char c) noexcept {
-  return class_of[static_cast<unsigned char>(c)] == class_word || is_digit(c);
-}
-
-// What may be meant as part of a number; which order is right is checked afterwards.
-bool is_number(char c) noexcept {
-  return is_digit(c) || c == '.' || c == '-' || c == '+' || (c | 0x20) == 'e';
-}
-
-template <bool (*Belongs)(char)>
-const char* skip(const char* p) noexcept {
-  while (Belongs(*p))
-    ++p;
-  return p;
-}
-
-Token literal_token(std::string_view word) noexcept {
-  if (word == "true") return Token::literal_true;
-  if (word == "false") return Token::literal_false;
-  if (word == "null") return Token::literal_null;
-  return Token::unknown;
-}
-
-bool begins_literal(std::string_view word) noexcept {
-  for (const std::string_view literal : {"true", "false", "null"}) {
-    if (literal.starts_with(word)) return true;
-  }
-  return false;
-}
-
-// Stops at a quotation mark, a backslash, a control character, or a sequence that is not whole.
-const char* plain_end(const char* p, const char* end) noexcept {
-  for (;;) {
-    const std::uint64_t special = impl::find_special(impl::load_word(p));
-    if (special == 0) {
-      p += padding;
-      continue;
-    }
-    p += impl::first_byte(special);
-    if (static_cast<unsigned char>(*p) < 0x80) return p;
-    do {
-      const impl::Sequence s = impl::first_sequence({p, static_cast<std::size_t>(end - p)});
-      if (s.state != impl::Sequence::State::whole) return p;
-      p += s.size;
-    } while (static_cast<unsigned char>(*p) >= 0x80);
-  }
-}
+constexpr std::size_t padding = sizeof(std::uint64_t);  // zeros behind the buffer
 
 std::string hex(unsigned value, int digits) {
   std::string text;
@@ -103,32 +28,6 @@ std::string hex(unsigned value, int digits) {
 std::string quoted(unsigned char c) {
   if (c < 0x20 || c >= 0x7f) return "0x" + hex(c, 2);
   return {'\'', static_cast<char>(c), '\''};
-}
-
-std::size_t encode(std::uint32_t code_point, char* to) noexcept {
-  const auto tail = [code_point](int shift) {
-    return static_cast<char>(0x80 | (code_point >> shift & 0x3f));
-  };
-  if (code_point < 0x80) {
-    to[0] = static_cast<char>(code_point);
-    return 1;
-  }
-  if (code_point < 0x800) {
-    to[0] = static_cast<char>(0xc0 | code_point >> 6);
-    to[1] = tail(0);
-    return 2;
-  }
-  if (code_point < 0x10000) {
-    to[0] = static_cast<char>(0xe0 | code_point >> 12);
-    to[1] = tail(6);
-    to[2] = tail(0);
-    return 3;
-  }
-  to[0] = static_cast<char>(0xf0 | code_point >> 18);
-  to[1] = tail(12);
-  to[2] = tail(6);
-  to[3] = tail(0);
-  return 4;
 }
 
 // Where text may end too early, and what is wrong with bytes.
@@ -192,20 +91,20 @@ Token Tokenizer::structure() {
     if (static_cast<unsigned char>(*m_next) <= ' ') skip_white();
     m_token_offset = offset(m_next);
     const auto c = static_cast<unsigned char>(*m_next);
-    switch (class_of[c]) {
-      case class_punctuator:
+    switch (impl::class_of[c]) {
+      case impl::class_punctuator:
         m_text = {m_next++, 1};
         return Token::punctuator;
-      case class_quote:
+      case impl::class_quote:
         ++m_next;
         m_mode = Mode::string;
         m_text_size = 0;
         return Token::string_begin;
-      case class_number:
+      case impl::class_number:
         return number();
-      case class_word:
+      case impl::class_word:
         return word();
-      case class_other:
+      case impl::class_other:
         break;
     }
     if (const Token token = other(c); token != Token::unknown) return token;
@@ -230,12 +129,12 @@ Token Tokenizer::other(unsigned char c) {
 
 Token Tokenizer::number() {
   const char* const first = m_next;
-  m_next = skip<is_number>(first);
+  m_next = impl::skip<impl::is_number>(first);
   m_text = {first, static_cast<std::size_t>(m_next - first)};
   if (m_next == m_end) {  // it may go on
     m_number = m_text;
     while (m_next == m_end && m_number.size() <= m_max_text_size && fill()) {
-      const char* const stop = skip<is_number>(m_next);
+      const char* const stop = impl::skip<impl::is_number>(m_next);
       m_number.append(m_next, stop);
       m_next = stop;
     }
@@ -245,7 +144,7 @@ Token Tokenizer::number() {
   if (m_text.size() > m_max_text_size) return fail_size();
 
   const impl::NumberFault fault = impl::check_number(m_text);
-  if (fault.at == nullptr && !is_word(*m_next)) return Token::number;
+  if (fault.at == nullptr && !impl::is_word(*m_next)) return Token::number;
   const char* const message = fault.expects_digit
                                   ? "Invalid number: expecting a digit, found {@found}"
                                   : "Invalid number: unexpected {@found}";
@@ -257,23 +156,23 @@ Token Tokenizer::number() {
 
 Token Tokenizer::word() {
   Token literal = Token::unknown;
-  const char* const stop = skip<is_word>(m_next);
+  const char* const stop = impl::skip<impl::is_word>(m_next);
   m_scratch_size = 0;
   if (stop != m_end) {
-    literal = literal_token({m_next, static_cast<std::size_t>(stop - m_next)});
+    literal = impl::literal_token({m_next, static_cast<std::size_t>(stop - m_next)});
     if (literal != Token::unknown) m_next = stop;
   } else {
     // It may go on: take more than any literal has, or all of it.
     int c = peek();
-    while (m_scratch_size < 6 && c >= 0 && is_word(static_cast<char>(c))) {
+    while (m_scratch_size < 6 && c >= 0 && impl::is_word(static_cast<char>(c))) {
       m_scratch[m_scratch_size++] = static_cast<char>(c);
       ++m_next;
       c = peek();
     }
     if (m_mode == Mode::failed) return Token::error;
     const std::string_view start(m_scratch, m_scratch_size);
-    literal = literal_token(start);
-    if (literal == Token::unknown && c < 0 && begins_literal(start)) {
+    literal = impl::literal_token(start);
+    if (literal == Token::unknown && c < 0 && impl::begins_literal(start)) {
       return fail(cut_literal, offset(m_next), {});
     }
   }
@@ -288,7 +187,7 @@ Token Tokenizer::identifier_run() {
   do {
     const char* const first = m_next;
     m_token_offset = offset(first);
-    m_next = skip<is_word>(first);
+    m_next = impl::skip<impl::is_word>(first);
     if (m_next != first) return run({first, static_cast<std::size_t>(m_next - first)});
   } while (m_next == m_end && fill());
   if (m_mode == Mode::failed) return Token::error;
@@ -300,7 +199,7 @@ Token Tokenizer::string_run() {
   do {
     const char* const first = m_next;
     m_token_offset = offset(first);
-    m_next = plain_end(first, m_end);
+    m_next = impl::plain_end(first, m_end);
     if (m_next != first) return run({first, static_cast<std::size_t>(m_next - first)});
     const auto c = static_cast<unsigned char>(*first);
     if (c == '"') {
@@ -326,35 +225,20 @@ Token Tokenizer::scratch_run(std::size_t size) {
 }
 
 Token Tokenizer::escape() {
+  static constexpr std::string_view letters = "nrt\"\\/bf";
+  static constexpr std::string_view characters = "\n\r\t\"\\/\b\f";
   ++m_next;
-  switch (const int c = peek()) {
-    case '"':
-    case '\\':
-    case '/':
-      m_scratch[0] = static_cast<char>(c);
-      break;
-    case 'b':
-      m_scratch[0] = '\b';
-      break;
-    case 'f':
-      m_scratch[0] = '\f';
-      break;
-    case 'n':
-      m_scratch[0] = '\n';
-      break;
-    case 'r':
-      m_scratch[0] = '\r';
-      break;
-    case 't':
-      m_scratch[0] = '\t';
-      break;
-    case 'u':
-      ++m_next;
-      return scratch_run(unicode_escape());
-    default:
-      return fail_here(cut_string, "Invalid escape: expecting one of \"\\/bfnrtu, found {@found}");
+  const int c = peek();
+  if (c == 'u') {
+    ++m_next;
+    return scratch_run(unicode_escape());
+  }
+  const std::size_t i = c < 0 ? letters.npos : letters.find(static_cast<char>(c));
+  if (i == letters.npos) {
+    return fail_here(cut_string, "Invalid escape: expecting one of \"\\/bfnrtu, found {@found}");
   }
   ++m_next;
+  m_scratch[0] = characters[i];
   return run({m_scratch, 1});
 }
 
@@ -362,7 +246,8 @@ Token Tokenizer::escape() {
 std::size_t Tokenizer::unicode_escape() {
   const int unit = hex_unit();
   if (unit < 0) return 0;
-  if (unit < 0xd800 || unit > 0xdfff) return encode(static_cast<std::uint32_t>(unit), m_scratch);
+  if (unit < 0xd800 || unit > 0xdfff)
+    return impl::encode_utf8(static_cast<std::uint32_t>(unit), m_scratch);
   const int low = unit < 0xdc00 ? low_unit() : 0;
   if (low < 0) return 0;
   if (low < 0xdc00 || low > 0xdfff) {
@@ -370,8 +255,8 @@ std::size_t Tokenizer::unicode_escape() {
          "\\u" + hex(static_cast<unsigned>(unit), 4));
     return 0;
   }
-  return encode(static_cast<std::uint32_t>(0x10000 + ((unit - 0xd800) << 10) + (low - 0xdc00)),
-                m_scratch);
+  return impl::encode_utf8(
+      static_cast<std::uint32_t>(0x10000 + ((unit - 0xd800) << 10) + (low - 0xdc00)), m_scratch);
 }
 
 // The second half of a surrogate pair: 0 when no escape follows, -1 after a fault.

@@ -8,10 +8,6 @@
 namespace ovjson::impl {
 namespace {
 
-constexpr bool is_digit(char c) noexcept {
-  return c >= '0' && c <= '9';
-}
-
 // Tells a number too large for a double from one too small: whether its first digit that is not
 // zero stands before the point, once the exponent is applied. Every such number has that digit.
 bool is_large(std::string_view number) noexcept {

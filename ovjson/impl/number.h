@@ -8,6 +8,10 @@
 
 namespace ovjson::impl {
 
+constexpr bool is_digit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
+
 /// Where a text stops being a number; `at` is null when it is one.
 struct NumberFault {
   const char* at;      // may be the end of the text

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace ovjson::impl {
@@ -55,6 +56,33 @@ inline Sequence first_sequence(std::string_view text) noexcept {
     }
   }
   return {Sequence::State::whole, length};
+}
+
+/// Writes the one to four bytes of a code point that is no surrogate; returns how many.
+inline std::size_t encode_utf8(std::uint32_t code_point, char* to) noexcept {
+  const auto tail = [code_point](int shift) {
+    return static_cast<char>(0x80 | (code_point >> shift & 0x3f));
+  };
+  if (code_point < 0x80) {
+    to[0] = static_cast<char>(code_point);
+    return 1;
+  }
+  if (code_point < 0x800) {
+    to[0] = static_cast<char>(0xc0 | code_point >> 6);
+    to[1] = tail(0);
+    return 2;
+  }
+  if (code_point < 0x10000) {
+    to[0] = static_cast<char>(0xe0 | code_point >> 12);
+    to[1] = tail(6);
+    to[2] = tail(0);
+    return 3;
+  }
+  to[0] = static_cast<char>(0xf0 | code_point >> 18);
+  to[1] = tail(12);
+  to[2] = tail(6);
+  to[3] = tail(0);
+  return 4;
 }
 
 }  // namespace ovjson::impl

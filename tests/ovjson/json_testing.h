@@ -58,6 +58,21 @@ inline std::vector<std::vector<std::string>> read_table(const char* name) {
   return rows;
 }
 
+/// A reader and the text that it reads.
+struct Document {
+  explicit Document(std::string_view text, std::string_view uri = {},
+                    const ovjson::ReaderOptions& options = {})
+      : source(ovcore::SourceString(text)), reader(source, ovcore::SourceString(uri), options) {}
+
+  ovcore::MemoryReadStream source;
+  ovjson::Reader reader;
+};
+
+inline void walk(auto&& reader) {
+  while (reader.next_value()) {
+  }
+}
+
 /// Repeats a text between a head and a tail, for documents larger than memory should get.
 class RepeatStream final : public ovcore::IReadStream {
  public:
