@@ -330,8 +330,12 @@ TEST(Marshaler, EveryValueSurvivesAloneAndAsAnAttribute) {
 TEST(Marshaler, MapsAndNamesHaveTheirOwnForm) {
   const AttributeMap map{{"first", 1}, {"second", AttributeMap{{"third", true}}}};
   const std::string bytes = bytes_of([&](Writer& writer) { writer << map; });
+  // In the order of the map, which is another one in the next process.
+  const bool in_order = map.begin()->first == "first";
+  const std::string first = "656669727374 01";
+  const std::string second = "667365636f6e64 ec f0 f0 657468697264 f5";
   EXPECT_EQ(to_hex(bytes),
-            without_blanks("9f02 656669727374 01 667365636f6e64 ec f0 f0 657468697264 f5 ff"));
+            without_blanks("9f02" + (in_order ? first + second : second + first) + "ff"));
   EXPECT_EQ(read_from(bytes, [](Reader& reader) { return AttributeMap(reader); }), map);
   AttributeMap immutable{{"before", 1}};
   read_from(bytes, [&](Reader& reader) { return reader >> immutable, 0; });
@@ -346,15 +350,12 @@ TEST(Marshaler, MapsAndNamesHaveTheirOwnForm) {
   EXPECT_EQ(to_hex(bytes_of([&](Writer& writer) { read.write(writer); })), "9f00ff");
 
   EXPECT_EQ(to_hex(bytes_of([&](Writer& writer) {
-              AttributeMapBase::write_element_aux(writer, *map.begin());
+              AttributeMapBase::write_element_aux(writer, *map.find("first"));
             })),
-            "65666972737401");
+            without_blanks(first));
   EXPECT_EQ(to_hex(bytes_of([](Writer& writer) { writer << AttributeName("ab"); })), "626162");
   AttributeName name("before");
-  read_from(
-      "\x62"
-      "ab",
-      [&](Reader& reader) { return reader >> name, 0; });
+  read_from(from_hex("626162"), [&](Reader& reader) { return reader >> name, 0; });
   EXPECT_EQ(name, "ab");
 }
 
@@ -386,24 +387,23 @@ TEST(Marshaler, CodersHaveAllNamesOfMapsButOnlyTheOwnOfAttributes) {
   const auto package = AttributeNamePackage::create({"a", "b"});
   const auto set = AttributeNamePackageSet::create(package);
   const std::string reference = to_hex(bytes_of([&](Writer& w) { w << package->id(); })) + "e0e2";
-  const AttributeMap inner{{"b", 1}, {"c", 2}};
-  const AttributeMap map{{"a", AttributeValue{inner, inner}}};
+  const AttributeMap in_package{{"b", 1}};
+  const AttributeMap not_in_package{{"c", 2}};
+  const AttributeMap map{{"a", AttributeValue{in_package, not_in_package}}};
 
   AttributeNameEncoder encoder(set);
   const std::string bytes = bytes_of([&](Writer& writer) { map.write(writer, encoder); });
-  EXPECT_EQ(to_hex(bytes), without_blanks("f0" + reference +
-                                          "e0 ec 9f02 9f02 e1 01 6163 02 ff 9f02 e1 01 6163 02 "
-                                          "ff ff"));
+  EXPECT_EQ(to_hex(bytes), without_blanks("f0" + reference + "e0 ec 9f02 f0 e1 01 f0 6163 02 ff"));
   AttributeNameDecoder decoder(set, true);
   EXPECT_EQ(read_from(bytes, [&](Reader& reader) { return AttributeMap(reader, decoder); }), map);
   // Later in the stream no reference is needed.
   const std::string entry = bytes_of([&](Writer& writer) {
-    AttributeMapBase::write_element_aux(writer, encoder, *inner.begin());
-    write_attribute_value(writer, encoder, inner);
+    AttributeMapBase::write_element_aux(writer, encoder, *in_package.begin());
+    write_attribute_value(writer, encoder, in_package);
     encoder.write_attribute_name(writer, "a");
     AttributeName("a").write(writer, encoder);
   });
-  EXPECT_EQ(to_hex(entry), without_blanks("e1 01 ec f0 9f02 e1 01 6163 02 ff e0 e0"));
+  EXPECT_EQ(to_hex(entry), without_blanks("e1 01 ec f0 f0 e1 01 e0 e0"));
   ovserialize::MemoryReader reader(entry.data(), entry.size());
   AttributeName name;
   name.read(reader, decoder);
@@ -411,7 +411,7 @@ TEST(Marshaler, CodersHaveAllNamesOfMapsButOnlyTheOwnOfAttributes) {
   EXPECT_EQ(read_attribute_value(reader), 1);
   AttributeValue value;
   read_attribute_value(reader, decoder, value);
-  EXPECT_EQ(value, inner);
+  EXPECT_EQ(value, in_package);
   name.read(reader, decoder);
   EXPECT_EQ(name, "a");
 
@@ -432,9 +432,8 @@ TEST(Marshaler, DamageGivesAnErrorOrAValueThatCanBeWritten) {
   MutableAttributeMap small;
   std::size_t number = 0;
   for (const AttributeValue& value : sample_values()) {
-    if (bytes_of_value(value).size() < 200) small.add("v" + std::to_string(number++), value);
+    if (bytes_of_value(value).size() < 60) small.add("v" + std::to_string(number++), value);
   }
-  small.add("m", AttributeValue{AttributeMap(small), AttributeMap()});
   const std::string bytes = bytes_of_value(small);
   const AttributeValue before("before");
   AttributeValue target = before;
