@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The element type of Secured values: a value under authenticated encryption.
+// The element type of Secured values: a value under authenticated encryption. docs/security.md says
+// what sealing protects and what not; the ciphers are in secured_value_cipher.h.
 #pragma once
 
 #include <compare>
@@ -12,7 +13,16 @@
 #include "ovcore/export.h"
 #include "ovcore/ref_count.h"
 #include "ovcore/uuid.h"
+#include "ovcrypto/random_provider.h"
 #include "ovserialize/memory_list.h"
+
+namespace ovcore {
+class ErrorInfo;
+}
+
+namespace ovcrypto {
+class Key;
+}
 
 namespace ovserialize {
 class Reader;
@@ -21,12 +31,17 @@ class Writer;
 
 namespace ovattribute {
 
+class AttributeValue;
+
 /// What sealing left: the ciphertext, which cipher and which key made it, and a text in the clear
 /// that is authenticated with it. Everybody can copy, compare, write and read it; who has the key
 /// can open it. Copies share the ciphertext, between threads too.
 class OV_EXPORT SecuredValue {
  public:
   using MemoryListPtr = ovcore::RefCountPtr<const ovserialize::MemoryList>;
+  using ErrorInfoPtr = ovcore::RefCountPtr<const ovcore::ErrorInfo>;
+  class ICipher;
+  class ICipherProvider;
 
   /// Names a key: the family it belongs to, and which of them it is. Ordered by instance, then by
   /// category.
@@ -63,6 +78,20 @@ class OV_EXPORT SecuredValue {
   /// Empty texts, an empty key id and no data: it opens with no key.
   SecuredValue() noexcept = default;
   explicit SecuredValue(ovserialize::Reader& reader) { read(reader); }
+  /// Seals a value, or a key as the Binary value of its bytes. The annotation is authenticated, not
+  /// encrypted; `key_id` is what a holder of the key finds it by. Raise what the writer, the cipher
+  /// and the random provider raise.
+  SecuredValue(const AttributeValue& plaintext, std::string annotation, KeyId key_id,
+               const ovcrypto::Key& key, const ICipher& cipher,
+               ovcrypto::IRandomProvider& random = ovcrypto::default_random_provider());
+  SecuredValue(const ovcrypto::Key& plaintext, std::string annotation, KeyId key_id,
+               const ovcrypto::Key& key, const ICipher& cipher,
+               ovcrypto::IRandomProvider& random = ovcrypto::default_random_provider());
+
+  /// "EAX_AES128", for new values.
+  [[nodiscard]] static ovcore::InterfacePtr<const ICipher> default_cipher();
+  /// Knows "EAX_AES128", "EAX_AES256" and "NULL".
+  [[nodiscard]] static ovcore::InterfacePtr<const ICipherProvider> default_cipher_provider();
 
   [[nodiscard]] const std::string& annotation() const noexcept { return m_annotation; }
   [[nodiscard]] const std::string& cipher_id() const noexcept { return m_cipher_id; }
@@ -70,6 +99,34 @@ class OV_EXPORT SecuredValue {
   /// Bytes of the ciphertext.
   [[nodiscard]] std::size_t data_size() const noexcept { return m_data ? m_data->size() : 0; }
 
+  /// Opens what was sealed. Raise `ovattribute_value_secured_cipher_unknown` when the provider has
+  /// no such cipher, what the cipher raises for a wrong key or changed bytes, and what the reader
+  /// raises for a plaintext that is no value. With an error pointer nothing of this is raised: the
+  /// error is stored there and the result is Null; the pointer becomes null on success.
+  [[nodiscard]] AttributeValue extract(const ovcrypto::Key& key,
+                                       ErrorInfoPtr* error = nullptr) const;
+  [[nodiscard]] AttributeValue extract(const ovcrypto::Key& key, const ICipherProvider& provider,
+                                       ErrorInfoPtr* error = nullptr) const;
+  /// The same for a sealed key, whose bytes are wherever they pass wiped behind them. Raise, or
+  /// store and give an empty key, also `ovattribute_value_type_mismatch` for anything but one
+  /// Binary element.
+  [[nodiscard]] ovcrypto::Key extract_binary_as_key(const ovcrypto::Key& key,
+                                                    ErrorInfoPtr* error = nullptr) const;
+  [[nodiscard]] ovcrypto::Key extract_binary_as_key(const ovcrypto::Key& key,
+                                                    const ICipherProvider& provider,
+                                                    ErrorInfoPtr* error = nullptr) const;
+  /// Whether this was sealed with the key and nothing has changed since; opens nothing. Raise as
+  /// `extract`, but not for changed bytes.
+  [[nodiscard]] bool authenticate(const ovcrypto::Key& key) const;
+  [[nodiscard]] bool authenticate(const ovcrypto::Key& key, const ICipherProvider& provider) const;
+
+  /// Seals anew, as the constructors. Unchanged when that fails.
+  void set(const AttributeValue& plaintext, std::string annotation, KeyId key_id,
+           const ovcrypto::Key& key, const ICipher& cipher,
+           ovcrypto::IRandomProvider& random = ovcrypto::default_random_provider());
+  void set(const ovcrypto::Key& plaintext, std::string annotation, KeyId key_id,
+           const ovcrypto::Key& key, const ICipher& cipher,
+           ovcrypto::IRandomProvider& random = ovcrypto::default_random_provider());
   void clear() noexcept { SecuredValue().swap(*this); }
   void swap(SecuredValue& other) noexcept;
   friend void swap(SecuredValue& a, SecuredValue& b) noexcept { a.swap(b); }
@@ -93,6 +150,10 @@ class OV_EXPORT SecuredValue {
   void read(ovserialize::Reader& reader);
 
  private:
+  SecuredValue(const MemoryListPtr& plaintext, std::string annotation, KeyId key_id,
+               const ovcrypto::Key& key, const ICipher& cipher, ovcrypto::IRandomProvider& random);
+  [[nodiscard]] MemoryListPtr decrypt(const ovcrypto::Key& key,
+                                      const ICipherProvider& provider) const;
   [[nodiscard]] std::size_t calc_hash_aux() const noexcept;
 
   std::string m_annotation;

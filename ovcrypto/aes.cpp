@@ -15,9 +15,10 @@
 namespace ovcrypto {
 namespace {
 
-// Runs of at least so many blocks pay for opening an EVP context: a context costs about as much as
-// three blocks by AES_encrypt, or as twenty by another context.
-constexpr std::size_t chain_from = 3;
+// Runs of at least so many blocks are worth an EVP context. Opening one costs as much as two or
+// three blocks by AES_encrypt, and all blocks of the operation gain from it; opening the second
+// one, for the counter, costs as much as a dozen blocks by the first.
+constexpr std::size_t chain_from = 2;
 constexpr std::size_t counter_from = 16;
 
 void xor_bytes(const unsigned char* a, const unsigned char* b, unsigned char* out,
@@ -92,7 +93,7 @@ void AesEncryptContext::rekey(const Key& key) {
 
 // The one place where it is chosen who encrypts: AES_encrypt, or EVP for runs and, once it is
 // there, for all. Where EVP has no context to give, AES_encrypt does everything.
-bool AesEncryptContext::use_chain_for(std::size_t blocks) noexcept {
+bool AesEncryptContext::prepare_run(std::size_t blocks) noexcept {
   if (m_chain.is_open()) return true;
   if (blocks < chain_from || !m_chain.open(m_key.data(), m_key_size, nullptr)) return false;
   m_last.set_zero();
@@ -100,7 +101,7 @@ bool AesEncryptContext::use_chain_for(std::size_t blocks) noexcept {
 }
 
 void AesEncryptContext::encrypt(const unsigned char* in, unsigned char* out) {
-  if (use_chain_for(1)) return encrypt_chained(in, out);
+  if (prepare_run(1)) return encrypt_chained(in, out);
   AES_encrypt(in, out, schedule(m_schedule));
 }
 
@@ -112,7 +113,7 @@ void AesEncryptContext::encrypt_chained(const unsigned char* in, unsigned char* 
 }
 
 void AesEncryptContext::chain(AesBlock& state, const unsigned char* blocks, std::size_t count) {
-  if (!use_chain_for(count) || count < chain_from) {
+  if (!prepare_run(count) || count < chain_from) {
     for (; count > 0; --count, blocks += aes_block_size) {
       xor_block(state.data(), blocks, state.data());
       encrypt(state.data(), state.data());
@@ -142,7 +143,7 @@ void AesEncryptContext::crypt_counter(AesBlock& counter, const unsigned char* in
     add_to_counter(counter, count);
     return;
   }
-  use_chain_for(count);
+  prepare_run(count);
   AesBlock keystream;
   for (; count > 0; --count, in += aes_block_size, out += aes_block_size) {
     encrypt(counter.data(), keystream.data());
@@ -168,7 +169,8 @@ void AesCounterContext::crypt(const unsigned char* in, unsigned char* out, std::
   xor_bytes(in + done, m_keystream.data(), out + done, size - done);
 }
 
-AesCmacContext::SharedState::SharedState(const Key& key) : m_aes(key) {
+AesCmacContext::SharedState::SharedState(const Key& key, std::size_t longest_run) : m_aes(key) {
+  m_aes.expect_run(longest_run);
   AesBlock zero;
   AesBlock l;
   m_aes.encrypt(zero.data(), l.data());
@@ -178,8 +180,8 @@ AesCmacContext::SharedState::SharedState(const Key& key) : m_aes(key) {
 
 AesCmacContext::SharedState::~SharedState() = default;
 
-AesCmacContext::AesCmacContext(const Key& key)
-    : AesCmacContext(ovcore::make_ref_counted<SharedState>(key)) {}
+AesCmacContext::AesCmacContext(const Key& key, std::size_t longest_run)
+    : AesCmacContext(ovcore::make_ref_counted<SharedState>(key, longest_run)) {}
 
 AesCmacContext::AesCmacContext(ovcore::RefCountPtr<SharedState> state) noexcept
     : m_state(std::move(state)) {}

@@ -33,6 +33,8 @@ class OV_EXPORT AesEncryptContext {
 
   /// Sets a key of 16, 24 or 32 bytes. Raises `ovcrypto_key_size` and keeps the former key.
   void rekey(const Key& key);
+  /// Says that a run of `blocks` will come: what lies before it then gains from its preparation.
+  void expect_run(std::size_t blocks) noexcept { prepare_run(blocks); }
 
   /// Encrypts one block; `out` may be `in`.
   void encrypt(const unsigned char* in, unsigned char* out);
@@ -47,7 +49,7 @@ class OV_EXPORT AesEncryptContext {
  private:
   static constexpr std::size_t largest_key = 32;
 
-  bool use_chain_for(std::size_t blocks) noexcept;
+  bool prepare_run(std::size_t blocks) noexcept;
   void encrypt_chained(const unsigned char* in, unsigned char* out);
 
   WipedBytes<256> m_schedule;  // AES_KEY
@@ -84,8 +86,8 @@ class OV_EXPORT AesCmacContext {
  public:
   class SharedState;
 
-  /// Raises `ovcrypto_key_size`.
-  explicit AesCmacContext(const Key& key);
+  /// Raises `ovcrypto_key_size`. `longest_run`: blocks that will come at once, if that is known.
+  explicit AesCmacContext(const Key& key, std::size_t longest_run = 0);
   explicit AesCmacContext(ovcore::RefCountPtr<SharedState> state) noexcept;
   AesCmacContext(const AesCmacContext& other) noexcept;
   AesCmacContext& operator=(const AesCmacContext& other) noexcept;
@@ -111,8 +113,8 @@ class OV_EXPORT AesCmacContext {
 /// The key schedule and the two subkeys of CMAC.
 class OV_EXPORT AesCmacContext::SharedState final : public ovcore::RefCounted {
  public:
-  /// Raises `ovcrypto_key_size`.
-  explicit SharedState(const Key& key);
+  /// As the constructor of `AesCmacContext`.
+  explicit SharedState(const Key& key, std::size_t longest_run = 0);
 
   [[nodiscard]] AesEncryptContext& aes() noexcept { return m_aes; }
 

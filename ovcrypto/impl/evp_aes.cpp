@@ -13,15 +13,6 @@
 namespace ovcrypto::impl {
 namespace {
 
-/// Drops what libcrypto adds to the thread's error queue meanwhile: it is not the caller's.
-class QuietErrors {
- public:
-  QuietErrors() noexcept { ERR_set_mark(); }
-  ~QuietErrors() { ERR_pop_to_mark(); }
-  QuietErrors(const QuietErrors&) = delete;
-  QuietErrors& operator=(const QuietErrors&) = delete;
-};
-
 constexpr const char* names[2][3] = {{"AES-128-CBC", "AES-192-CBC", "AES-256-CBC"},
                                      {"AES-128-CTR", "AES-192-CTR", "AES-256-CTR"}};
 
@@ -35,7 +26,9 @@ EVP_CIPHER* cipher(EvpAes::Mode mode, std::size_t key_size) noexcept {
   std::atomic<EVP_CIPHER*>& slot = fetched[row][column];
   EVP_CIPHER* result = slot.load(std::memory_order_acquire);
   if (result != nullptr) return result;
+  ERR_set_mark();
   EVP_CIPHER* const fresh = EVP_CIPHER_fetch(nullptr, names[row][column], nullptr);
+  ERR_pop_to_mark();  // that there is none is no error
   if (slot.compare_exchange_strong(result, fresh, std::memory_order_acq_rel)) return fresh;
   EVP_CIPHER_free(fresh);  // another thread was first
   return result;
@@ -51,16 +44,12 @@ bool EvpAes::open(const unsigned char* key, std::size_t key_size,
                   const unsigned char* iv) noexcept {
   static constexpr unsigned char zero[16] = {};
   close();
-  const QuietErrors quiet;
   const EVP_CIPHER* const algorithm = cipher(m_mode, key_size);
   if (algorithm == nullptr) return false;
   m_context = EVP_CIPHER_CTX_new();
   if (m_context == nullptr) return false;
-  if (EVP_EncryptInit_ex2(context(m_context), algorithm, key, iv != nullptr ? iv : zero, nullptr) ==
-          1 &&
-      EVP_CIPHER_CTX_set_padding(context(m_context), 0) == 1) {
-    return true;
-  }
+  if (iv == nullptr) iv = zero;
+  if (EVP_EncryptInit_ex2(context(m_context), algorithm, key, iv, nullptr) == 1) return true;
   close();
   return false;
 }

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ovattribute/impl/eax.h"
+
+#include <algorithm>
+
+namespace ovattribute::impl {
+namespace {
+
+using ovcrypto::AesBlock;
+
+void xor_into(AesBlock& target, const AesBlock& added) noexcept {
+  for (std::size_t i = 0; i < AesBlock::size(); ++i)
+    target[i] ^= added[i];
+}
+
+}  // namespace
+
+Eax::Eax(const ovcrypto::Key& key, const unsigned char* nonce, const std::string& header,
+         std::size_t size)
+    : m_cmac(key, std::max(header.size(), size) / ovcrypto::aes_block_size),
+      m_counter(m_cmac.shared_state()->aes(), nonce_omac(nonce)) {
+  begin_omac(1);
+  m_cmac.update(header.data(), header.size());
+  AesBlock h;  // H'
+  m_cmac.finish(h.data());
+  xor_into(m_seed, h);
+
+  begin_omac(2);
+}
+
+void Eax::begin_omac(unsigned char tweak) {
+  unsigned char block[ovcrypto::aes_block_size] = {};
+  block[sizeof block - 1] = tweak;
+  m_cmac.update(block, sizeof block);
+}
+
+const unsigned char* Eax::nonce_omac(const unsigned char* nonce) {
+  begin_omac(0);
+  m_cmac.update(nonce, nonce_size);
+  m_cmac.finish(m_seed.data());
+  return m_seed.data();
+}
+
+void Eax::finish(AesBlock& tag) {
+  m_cmac.finish(tag.data());  // C'
+  xor_into(tag, m_seed);
+}
+
+}  // namespace ovattribute::impl

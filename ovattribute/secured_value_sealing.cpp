@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <utility>
+
+#include "ovattribute/attribute_value.h"
+#include "ovattribute/attribute_value_marshaler.h"
+#include "ovattribute/error_codes.h"
+#include "ovattribute/impl/key_marshaler.h"
+#include "ovattribute/secured_value.h"
+#include "ovattribute/secured_value_cipher.h"
+#include "ovcore/error_composer.h"
+#include "ovcore/exception.h"
+#include "ovserialize/memory_reader.h"
+#include "ovserialize/memory_writer.h"
+
+namespace ovattribute {
+namespace {
+
+using ovcrypto::Key;
+using MemoryListPtr = SecuredValue::MemoryListPtr;
+
+MemoryListPtr marshal(const AttributeValue& plaintext) {
+  ovserialize::MemoryWriter writer({.wiping = true});
+  write_attribute_value(writer, plaintext);
+  return writer.detach();
+}
+
+// Writes what a Binary value of these bytes would be, without ever making one.
+MemoryListPtr marshal(const Key& plaintext) {
+  ovserialize::MemoryWriter writer({.wiping = true});
+  writer.write_binary(plaintext.data(), plaintext.size());
+  return writer.detach();
+}
+
+ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
+    const SecuredValue::ICipherProvider& provider, const std::string& cipher_id,
+    const char* function) {
+  auto cipher = provider.find_cipher(cipher_id);
+  if (cipher) return cipher;
+  ovcore::ErrorComposer("Unknown/unsupported cipher: {@cipherId}")
+      .add("cipherId", cipher_id)
+      .throw_error(error::ovattribute_value_secured_cipher_unknown,
+                   {"ovattribute/secured_value", function, 0});
+}
+
+// What `open` gives; with an error pointer, its error goes there and the result is empty.
+template <class F>
+auto open_or_store(SecuredValue::ErrorInfoPtr* error, F&& open) -> decltype(open()) {
+  if (error == nullptr) return open();
+  try {
+    auto result = open();
+    error->reset();
+    return result;
+  } catch (const ovcore::Exception& e) {
+    *error = e.info();
+    return {};
+  }
+}
+
+}  // namespace
+
+SecuredValue::SecuredValue(const MemoryListPtr& plaintext, std::string annotation, KeyId key_id,
+                           const Key& key, const ICipher& cipher, ovcrypto::IRandomProvider& random)
+    : m_annotation(std::move(annotation)),
+      m_cipher_id(cipher.cipher_id()),
+      m_key_id(std::move(key_id)),
+      m_data(cipher.encrypt(plaintext, m_annotation, key, random)) {}
+
+SecuredValue::SecuredValue(const AttributeValue& plaintext, std::string annotation, KeyId key_id,
+                           const Key& key, const ICipher& cipher, ovcrypto::IRandomProvider& random)
+    : SecuredValue(marshal(plaintext), std::move(annotation), std::move(key_id), key, cipher,
+                   random) {}
+
+SecuredValue::SecuredValue(const Key& plaintext, std::string annotation, KeyId key_id,
+                           const Key& key, const ICipher& cipher, ovcrypto::IRandomProvider& random)
+    : SecuredValue(marshal(plaintext), std::move(annotation), std::move(key_id), key, cipher,
+                   random) {}
+
+void SecuredValue::set(const AttributeValue& plaintext, std::string annotation, KeyId key_id,
+                       const Key& key, const ICipher& cipher, ovcrypto::IRandomProvider& random) {
+  SecuredValue(plaintext, std::move(annotation), std::move(key_id), key, cipher, random)
+      .swap(*this);
+}
+
+void SecuredValue::set(const Key& plaintext, std::string annotation, KeyId key_id, const Key& key,
+                       const ICipher& cipher, ovcrypto::IRandomProvider& random) {
+  SecuredValue(plaintext, std::move(annotation), std::move(key_id), key, cipher, random)
+      .swap(*this);
+}
+
+MemoryListPtr SecuredValue::decrypt(const Key& key, const ICipherProvider& provider) const {
+  const auto cipher = find_cipher(provider, m_cipher_id, "ovattribute::SecuredValue::extract()");
+  return cipher->decrypt(key, m_annotation, m_data);
+}
+
+AttributeValue SecuredValue::extract(const Key& key, const ICipherProvider& provider,
+                                     ErrorInfoPtr* error) const {
+  return open_or_store(error, [&] {
+    ovserialize::MemoryReader reader(decrypt(key, provider));
+    return read_attribute_value(reader);
+  });
+}
+
+Key SecuredValue::extract_binary_as_key(const Key& key, const ICipherProvider& provider,
+                                        ErrorInfoPtr* error) const {
+  return open_or_store(error, [&] {
+    ovserialize::MemoryReader reader(decrypt(key, provider));
+    return impl::read_key_as_binary(reader);
+  });
+}
+
+bool SecuredValue::authenticate(const Key& key, const ICipherProvider& provider) const {
+  const auto cipher =
+      find_cipher(provider, m_cipher_id, "ovattribute::SecuredValue::authenticate()");
+  return cipher->authenticate(key, m_annotation, m_data);
+}
+
+AttributeValue SecuredValue::extract(const Key& key, ErrorInfoPtr* error) const {
+  return extract(key, *default_cipher_provider(), error);
+}
+
+Key SecuredValue::extract_binary_as_key(const Key& key, ErrorInfoPtr* error) const {
+  return extract_binary_as_key(key, *default_cipher_provider(), error);
+}
+
+bool SecuredValue::authenticate(const Key& key) const {
+  return authenticate(key, *default_cipher_provider());
+}
+
+}  // namespace ovattribute
