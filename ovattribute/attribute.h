@@ -56,4 +56,7 @@ class OV_EXPORT Attribute {
 /// `'name' => value`, the value with the default trace formatter at level 0.
 OV_EXPORT std::ostream& operator<<(std::ostream& out, const Attribute& attribute);
 
+OV_EXPORT ovserialize::Writer& operator<<(ovserialize::Writer& writer, const Attribute& attribute);
+OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, Attribute& attribute);
+
 }  // namespace ovattribute

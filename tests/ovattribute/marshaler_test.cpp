@@ -318,10 +318,10 @@ TEST(Marshaler, EveryValueSurvivesAloneAndAsAnAttribute) {
     SCOPED_TRACE(trace_of(value).substr(0, 100));
     expect_same(value_from(bytes_of_value(value)), value);
     const Attribute attribute("n", value);
-    const std::string bytes = bytes_of([&](Writer& writer) { attribute.write(writer); });
+    const std::string bytes = bytes_of([&](Writer& writer) { writer << attribute; });
     EXPECT_EQ(bytes, "\x61n" + bytes_of_value(value));
     Attribute read;
-    read_from(bytes, [&](Reader& reader) { return read.read(reader), 0; });
+    read_from(bytes, [&](Reader& reader) { return reader >> read, 0; });
     EXPECT_EQ(read.name(), "n");
     expect_same(read.value(), value);
   }

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+// The reading of values, common to all ways of reading names.
+#pragma once
+
+#include <algorithm>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "ovattribute/attribute_map.h"
+#include "ovattribute/binary_value.h"
+#include "ovattribute/impl/type_tag.h"
+#include "ovattribute/impl/visit_elements.h"
+#include "ovattribute/nesting.h"
+#include "ovattribute/secured_value.h"
+#include "ovattribute/serialized_value.h"
+#include "ovcore/error_composer.h"
+#include "ovserialize/error_codes.h"
+#include "ovserialize/error_info_stream.h"
+#include "ovserialize/item_kind.h"
+#include "ovserialize/reader.h"
+#include "ovserialize/simple_date_time_stream.h"
+#include "ovuri/uri_stream.h"
+
+namespace ovattribute::impl {
+
+/// For readers, which build maps themselves.
+struct MapAccess {
+  static AttributeMap adopt(
+      const ovcore::RefCountPtr<AttributeMapBase::MapHolder>& holder) noexcept {
+    return AttributeMap(holder);
+  }
+};
+
+struct PlainNameReader {
+  AttributeName operator()(ovserialize::Reader& reader) const { return reader.read_string_key(); }
+};
+
+/// Reads one value or map with everything inside.
+template <class ReadName>
+class ValueReading {
+ public:
+  ValueReading(ovserialize::Reader& reader, ReadName read_name) noexcept
+      : m_reader(reader), m_read_name(read_name) {}
+
+  AttributeValue read() {
+    switch (m_reader.item_kind()) {
+      case ovserialize::item_null:
+        m_reader.read_null();
+        return {};
+      case ovserialize::item_boolean:
+        return read_scalar<bool>();
+      case ovserialize::item_integer:
+        return read_scalar<long long>();
+      case ovserialize::item_double:
+        return read_scalar<double>();
+      case ovserialize::item_string:
+        return read_scalar<std::string>();
+      case ovserialize::item_absolute_time:
+        return read_scalar<ovcore::AbsoluteTime>();
+      case ovserialize::item_relative_time:
+        return read_scalar<ovcore::RelativeTime>();
+      case ovserialize::item_uuid:
+        return read_scalar<ovcore::Uuid>();
+      case ovserialize::item_binary:
+        return read_scalar<BinaryValue>();
+      default:
+        return read_tagged();
+    }
+  }
+
+  void read_entries(AttributeMapBase::Map& map) {
+    if (++m_level > m_limit) throw_too_deep();
+    const std::uint64_t count = m_reader.begin_sequence();
+    std::size_t room = make_room(map, count, first_room);
+    while (m_reader.has_next_element()) {
+      if (map.size() == room) room = make_room(map, count, 4 * room + 8);
+      AttributeName name = m_read_name(m_reader);
+      AttributeValue value = read();
+      map.try_emplace(std::move(name), std::move(value));
+    }
+    --m_level;
+  }
+
+ private:
+  // Elements that are believed from an announced count.
+  static constexpr std::size_t max_reserve = 4096;
+  // As many entries cost no more than a small map does anyway.
+  static constexpr std::size_t first_room = 6;
+
+  template <class T>
+  static AttributeValue adopt(T&& element) {
+    using Stored = std::remove_cvref_t<T>;
+    return ValueAccess::adopt(ValueFactory<Stored>::create_value(std::forward<T>(element)));
+  }
+
+  template <class T>
+  AttributeValue read_scalar() {
+    return adopt(read_element<T>());
+  }
+
+  [[gnu::noinline]] AttributeValue read_tagged() {
+    return visit_type(read_type_tag(m_reader),
+                      [this]<class T>(std::type_identity<T>) -> AttributeValue {
+                        if constexpr (std::same_as<T, NullValueType>) {
+                          return {};
+                        } else {
+                          return this->read_elements<T>();
+                        }
+                      });
+  }
+
+  /// What follows the tag.
+  template <class T>
+  [[gnu::noinline]] AttributeValue read_elements() {
+    if (m_reader.item_kind() != ovserialize::item_sequence) return read_scalar<T>();
+    const std::uint64_t count = m_reader.begin_sequence();
+    if (count > 1) return read_list<T>(count);
+    if (count == 1 && !std::same_as<T, AttributeMap>) return read_list_of_one<T>();
+    return read_list_of_some<T>();
+  }
+
+  template <class T>
+  AttributeValue read_list(std::uint64_t count) {
+    Elements<T> list = std::make_unique<RefCountedValueImpl<T>>();
+    const std::size_t reserved = to_reserve<T>(count);
+    list->reserve(reserved);
+    while (m_reader.has_next_element())
+      list->push_back(read_element<T>());
+    if constexpr (std::same_as<T, AttributeMap>) m_reservable += reserved;
+    return finish(std::move(list));
+  }
+
+  /// A frame of one is closed by the second question already, before its element is read.
+  template <class T>
+  AttributeValue read_list_of_one() {
+    static_cast<void>(m_reader.has_next_element());
+    static_cast<void>(m_reader.has_next_element());
+    Elements<T> list = std::make_unique<RefCountedValueImpl<T>>(read_element<T>());
+    return finish(std::move(list));
+  }
+
+  /// Of an unknown number, where one is a scalar; so are frames of one map, unlike the others.
+  template <class T>
+  AttributeValue read_list_of_some() {
+    if (!m_reader.has_next_element()) return AttributeValue(ValueTypeTraits<T>::type());
+    T first = read_element<T>();
+    if (!m_reader.has_next_element()) return adopt(std::move(first));
+    Elements<T> list = std::make_unique<RefCountedValueImpl<T>>(std::move(first));
+    do {
+      list->push_back(read_element<T>());
+    } while (m_reader.has_next_element());
+    return finish(std::move(list));
+  }
+
+  template <class T>
+  using Elements = std::unique_ptr<RefCountedValueImpl<T>>;
+
+  template <class T>
+  static AttributeValue finish(Elements<T> list) {
+    if (list->empty()) return AttributeValue(ValueTypeTraits<T>::type());
+    list->trim();
+    return ValueAccess::adopt(list.release());
+  }
+
+  /// Lists of maps are inside one another; together they believe in two times the maximum.
+  template <class T>
+  std::size_t to_reserve(std::uint64_t count) noexcept {
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(count, max_reserve));
+    if constexpr (!std::same_as<T, AttributeMap>) return wanted;
+    const std::size_t reserved = std::min(wanted, m_reservable);
+    m_reservable -= reserved;
+    return reserved;
+  }
+
+  /// Returns the number of entries that now have room in one piece.
+  static std::size_t make_room(AttributeMapBase::Map& map, std::uint64_t count,
+                               std::size_t wanted) {
+    const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(count, wanted));
+    if (room > map.size()) map.reserve(room);
+    return room;
+  }
+
+  template <class T>
+  T read_element() {
+    if constexpr (std::same_as<T, BinaryValue>) {
+      T element;
+      read_binary_value(m_reader, element);
+      return element;
+    } else if constexpr (std::same_as<T, ovuri::UriReference>) {
+      return ovuri::read_uri(m_reader);
+    } else if constexpr (std::same_as<T, ovcore::SimpleDateTime>) {
+      return ovserialize::read_simple_date_time(m_reader);
+    } else if constexpr (std::same_as<T, SerializedValue>) {
+      T element;
+      read_serialized_value(m_reader, element);
+      return element;
+    } else if constexpr (std::same_as<T, SecuredValue>) {
+      return T(m_reader);
+    } else if constexpr (std::same_as<T, ErrorInfoPtr>) {
+      return ovserialize::read_error_info(m_reader);
+    } else if constexpr (std::same_as<T, AttributeMap>) {
+      auto holder = ovcore::make_ref_counted<AttributeMapBase::MapHolder>();
+      read_entries(holder->map);
+      return holder->map.empty() ? AttributeMap() : MapAccess::adopt(holder);
+    } else {
+      T element{};
+      m_reader >> element;
+      return element;
+    }
+  }
+
+  [[noreturn]] void throw_too_deep() const {
+    ovcore::ErrorComposer("Reading maps nested deeper than {@limit} at offset {@offset}")
+        .add("limit", m_limit)
+        .add("offset", m_reader.offset())
+        .throw_error(
+            ovserialize::error::ovserialize_reader_depth,
+            {"ovattribute/attribute_value_marshaler", "ovattribute::read_attribute_value()", 0});
+  }
+
+  ovserialize::Reader& m_reader;
+  const ReadName m_read_name;
+  std::size_t m_level = 0;
+  const std::size_t m_limit = nesting_limit();
+  std::size_t m_reservable = 2 * max_reserve;  // elements of lists of maps
+};
+
+}  // namespace ovattribute::impl
