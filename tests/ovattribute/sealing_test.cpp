@@ -152,7 +152,10 @@ TEST(Sealing, BindsTheAnnotationButNeitherCipherIdNorKeyId) {
 
 TEST(Sealing, StoresErrorsWhenAskedTo) {
   const ovcrypto::Key key = key_of(numbered(16));
-  const SecuredValue sealed(AttributeValue(7), "", key_id, key, *SecuredValue::default_cipher());
+  // A nonce that is no item, or what the Null cipher opens below could happen to be a value.
+  FixedRandom random(std::string(16, '\xff'));
+  const SecuredValue sealed(AttributeValue(7), "", key_id, key, *SecuredValue::default_cipher(),
+                            random);
   struct Case {
     SecuredValue value;
     std::size_t key_size;

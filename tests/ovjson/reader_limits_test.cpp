@@ -47,12 +47,12 @@ TEST(ReaderLimits, LimitsNesting) {
 TEST(ReaderLimits, LimitsCharacterDataEvenWhenItIsSkipped) {
   for (const char* text : {"[\"abcd\", 1]", "{\"abcd\":1}", "{abcd:1}", "[1234, 1]"})
     EXPECT_NO_THROW(walk(Document(text, "", {.max_value_size = 4}).reader));
-  for (const auto& [text, pos] : std::initializer_list<std::pair<const char*, int>>{
+  for (const auto& c : std::initializer_list<std::pair<const char*, int>>{
            {"[\"abcde\", 1]", 3}, {"{\"abcde\":1}", 3}, {"{abcde:1}", 2}, {"[12345, 1]", 2}}) {
-    EXPECT_ERROR(
-        walk(Document(text, "", {.max_value_size = 4}).reader),
-        error::ovjson_reader_unexpected_size,
-        "Node value exceeds 4bytes of character data [line 1, pos " + std::to_string(pos) + "]");
+    EXPECT_ERROR(walk(Document(c.first, "", {.max_value_size = 4}).reader),
+                 error::ovjson_reader_unexpected_size,
+                 "Node value exceeds 4bytes of character data [line 1, pos " +
+                     std::to_string(c.second) + "]");
   }
 }
 
