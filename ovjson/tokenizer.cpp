@@ -8,9 +8,9 @@
 
 #include "ovcore/exception.h"
 #include "ovcore/to_string.h"
+#include "ovcore/utf8.h"
 #include "ovjson/impl/number.h"
 #include "ovjson/impl/scan.h"
-#include "ovjson/impl/utf8.h"
 #include "ovjson/impl/word.h"
 
 namespace ovjson {
@@ -247,7 +247,7 @@ std::size_t Tokenizer::unicode_escape() {
   const int unit = hex_unit();
   if (unit < 0) return 0;
   if (unit < 0xd800 || unit > 0xdfff)
-    return impl::encode_utf8(static_cast<std::uint32_t>(unit), m_scratch);
+    return ovcore::encode_utf8(static_cast<std::uint32_t>(unit), m_scratch);
   const int low = unit < 0xdc00 ? low_unit() : 0;
   if (low < 0) return 0;
   if (low < 0xdc00 || low > 0xdfff) {
@@ -255,7 +255,7 @@ std::size_t Tokenizer::unicode_escape() {
          "\\u" + hex(static_cast<unsigned>(unit), 4));
     return 0;
   }
-  return impl::encode_utf8(
+  return ovcore::encode_utf8(
       static_cast<std::uint32_t>(0x10000 + ((unit - 0xd800) << 10) + (low - 0xdc00)), m_scratch);
 }
 
@@ -298,10 +298,10 @@ int Tokenizer::hex_unit() {
 // fault.
 std::size_t Tokenizer::read_sequence(const char* cut_off) {
   const auto lead = static_cast<unsigned char>(*m_next);
-  const std::size_t length = impl::sequence_length(lead);
+  const std::size_t length = ovcore::utf8_length(lead);
   for (std::size_t i = 0; i < length; ++i) {
     const int c = peek();
-    if (i > 0 && (c < 0 || !impl::continues(lead, i, static_cast<unsigned char>(c)))) break;
+    if (i > 0 && (c < 0 || !ovcore::utf8_continues(lead, i, static_cast<unsigned char>(c)))) break;
     m_scratch[i] = static_cast<char>(c);
     ++m_next;
     if (i + 1 == length) return length;

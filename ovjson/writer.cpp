@@ -11,7 +11,6 @@
 #include "ovcore/utf8.h"
 #include "ovjson/error_codes.h"
 #include "ovjson/impl/number.h"
-#include "ovjson/impl/utf8.h"
 #include "ovjson/impl/word.h"
 
 namespace ovjson {
@@ -29,7 +28,8 @@ std::size_t cut_size(std::string_view text) noexcept {
     const std::string_view end = text.substr(text.size() - n);
     if ((static_cast<unsigned char>(end[0]) & 0xc0) == 0x80) continue;
     const bool ascii = static_cast<unsigned char>(end[0]) < 0x80;
-    return !ascii && impl::first_sequence(end).state == impl::Sequence::State::cut ? n : 0;
+    return !ascii && ovcore::first_utf8_sequence(end).state == ovcore::Utf8Sequence::State::cut ? n
+                                                                                                : 0;
   }
   return 0;
 }
@@ -176,18 +176,18 @@ void TextWriter::string_data(const char* chars, std::size_t size) {
   // The character that the previous piece began.
   char first[sizeof m_cut];
   std::size_t first_size = m_cut_size;
-  impl::Sequence::State first_state = impl::Sequence::State::cut;
+  ovcore::Utf8Sequence::State first_state = ovcore::Utf8Sequence::State::cut;
   std::memcpy(first, m_cut, m_cut_size);
-  while (first_size > 0 && first_state == impl::Sequence::State::cut && !text.empty()) {
+  while (first_size > 0 && first_state == ovcore::Utf8Sequence::State::cut && !text.empty()) {
     first[first_size++] = text[0];
-    first_state = impl::first_sequence({first, first_size}).state;
-    if (first_state != impl::Sequence::State::ill_formed) text.remove_prefix(1);
+    first_state = ovcore::first_utf8_sequence({first, first_size}).state;
+    if (first_state != ovcore::Utf8Sequence::State::ill_formed) text.remove_prefix(1);
   }
-  if (first_state == impl::Sequence::State::ill_formed && !m_options.replace_invalid_utf8) {
+  if (first_state == ovcore::Utf8Sequence::State::ill_formed && !m_options.replace_invalid_utf8) {
     site.raise(error::ovjson_writer_unexpected_character, "Invalid UTF-8 at byte {@offset}",
                "offset", size - text.size());
   }
-  const bool first_is_cut = first_size > 0 && first_state == impl::Sequence::State::cut;
+  const bool first_is_cut = first_size > 0 && first_state == ovcore::Utf8Sequence::State::cut;
   const std::size_t cut = first_is_cut ? 0 : cut_size(text);
   const std::string_view whole = text.substr(0, text.size() - cut);
   const bool well_formed = check_characters(site, whole, size - text.size());
@@ -200,8 +200,8 @@ void TextWriter::string_data(const char* chars, std::size_t size) {
   }
   m_cut_size = cut;
   text.copy(m_cut, cut, whole.size());
-  if (first_state == impl::Sequence::State::whole) put({first, first_size});
-  if (first_state == impl::Sequence::State::ill_formed) put(replacement);
+  if (first_state == ovcore::Utf8Sequence::State::whole) put({first, first_size});
+  if (first_state == ovcore::Utf8Sequence::State::ill_formed) put(replacement);
   well_formed ? put_escaped(whole) : put_replaced(whole);
 }
 
@@ -343,7 +343,7 @@ void TextWriter::put_replaced(std::string_view text) {
     put_escaped(text.substr(0, size));
     if (size == text.size()) return;
     put(replacement);
-    size += impl::first_sequence(text.substr(size)).size;
+    size += ovcore::first_utf8_sequence(text.substr(size)).size;
     text.remove_prefix(size);
   }
 }

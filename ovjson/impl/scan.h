@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "ovcore/utf8.h"
 #include "ovjson/impl/number.h"
-#include "ovjson/impl/utf8.h"
 #include "ovjson/impl/word.h"
 #include "ovjson/tokenizer.h"
 
@@ -79,8 +79,9 @@ inline const char* plain_end(const char* p, const char* end) noexcept {
     p += first_byte(special);
     if (static_cast<unsigned char>(*p) < 0x80) return p;
     do {
-      const Sequence s = first_sequence({p, static_cast<std::size_t>(end - p)});
-      if (s.state != Sequence::State::whole) return p;
+      const ovcore::Utf8Sequence s =
+          ovcore::first_utf8_sequence({p, static_cast<std::size_t>(end - p)});
+      if (s.state != ovcore::Utf8Sequence::State::whole) return p;
       p += s.size;
     } while (static_cast<unsigned char>(*p) >= 0x80);
   }

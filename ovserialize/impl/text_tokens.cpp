@@ -47,23 +47,6 @@ void set_integer(TextToken& token, std::string_view digits) {
   token.in_range = result.ec == std::errc();
 }
 
-void append_utf8(std::string& text, std::uint32_t c) {
-  const auto put = [&text](std::uint32_t byte) { text.push_back(static_cast<char>(byte)); };
-  if (c < 0x80) return put(c);
-  if (c < 0x800) {
-    put(0xc0 | c >> 6);
-  } else {
-    if (c < 0x10000) {
-      put(0xe0 | c >> 12);
-    } else {
-      put(0xf0 | c >> 18);
-      put(0x80 | (c >> 12 & 0x3f));
-    }
-    put(0x80 | (c >> 6 & 0x3f));
-  }
-  put(0x80 | (c & 0x3f));
-}
-
 }  // namespace
 
 // What was found malformed or cut stays the next token for good, since nothing is known behind it.
@@ -355,7 +338,9 @@ void TextTokens::read_escape(std::string& text) {
       if (low < 0xdc00 || low >= 0xe000) throw_unexpected("half of a surrogate pair");
       value = 0x10000 + ((value - 0xd800) << 10) + (low - 0xdc00);
     }
-    return append_utf8(text, value);
+    char bytes[4];
+    text.append(bytes, ovcore::encode_utf8(value, bytes));
+    return;
   }
   const std::size_t at = c == TextScanner::end ? letters.npos : letters.find(static_cast<char>(c));
   if (at == letters.npos) throw_unexpected("an unknown escape");
