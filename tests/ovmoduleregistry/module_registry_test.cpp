@@ -60,7 +60,9 @@ TEST(ModuleTable, OneOfManyThreadsGetsTheName) {
       ModuleInfo info;
       for (int n = 0; n < 1000; ++n) {
         if (table.add("name", "data")) ++added;
-        if (table.query("name", &info)) EXPECT_EQ(info.data, "data");
+        if (table.query("name", &info)) {
+          EXPECT_EQ(info.data, "data");
+        }
         if (table.remove("name")) --added;
       }
     });
