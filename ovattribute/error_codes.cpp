@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ovattribute/error_codes.h"
 
+#include "ovattribute/impl/module_anchor.h"
+
 namespace ovattribute::error {
 
 #define OV_ERROR(name, text, meaning) constinit const ovcore::ErrorCode name(text, true);

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string_view>
 
+#include "ovattribute/impl/module_anchor.h"
 #include "ovcore/source_string.h"
 #include "ovcore/to_string.h"
 #include "ovserialize/reader.h"

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string_view>
 
+#include "ovattribute/impl/module_anchor.h"
 #include "ovserialize/memory_writer.h"
 #include "ovserialize/reader.h"
 #include "ovserialize/writer.h"

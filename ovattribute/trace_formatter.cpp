@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "ovattribute/impl/module_anchor.h"
 #include "ovcore/static_instance.h"
 
 namespace ovattribute {

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "ovattribute/impl/module_anchor.h"
+
 namespace ovattribute::impl {
 namespace {
 
