@@ -7,6 +7,8 @@
 
 #include "ovattribute/error_codes.h"
 #include "tools/ovattr/command.h"
+#include "tools/ovattr/progress.h"
+#include "tools/ovattr/version.h"
 
 namespace ovattr {
 namespace {
@@ -15,6 +17,7 @@ constexpr int bad_data = 1;
 constexpr int bad_usage = 2;
 
 void report(const std::string& message) {
+  Progress::of_process().stop();
   std::fprintf(stderr, "ovattr: %s\n", message.c_str());
 }
 
@@ -35,6 +38,7 @@ int run(int argc, char** argv) {
   CLI::App app("Typed, named data: show, query and convert attribute values.", "ovattr");
   bool verbose = false;
   app.add_flag("-v,--verbose", verbose, "Name the error code of a failure");
+  app.set_version_flag("--version", version_text, "Print version, build and module information");
   app.require_subcommand(1);
   app.fallthrough();
   app.failure_message([](const CLI::App*, const CLI::Error& e) {
@@ -45,6 +49,8 @@ int run(int argc, char** argv) {
   add_query(app);
   add_convert(app);
   add_diff(app);
+  add_inspect(app);
+  add_package(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -58,6 +64,7 @@ int run(int argc, char** argv) {
     report(e.what());
     return bad_data;
   }
+  Progress::of_process().stop();
   return 0;
 }
 
