@@ -7,7 +7,6 @@
 
 #include "ovattribute/error_codes.h"
 #include "tools/ovattr/command.h"
-#include "tools/ovattr/progress.h"
 #include "tools/ovattr/version.h"
 
 namespace ovattr {
@@ -17,7 +16,6 @@ constexpr int bad_data = 1;
 constexpr int bad_usage = 2;
 
 void report(const std::string& message) {
-  Progress::of_process().stop();
   std::fprintf(stderr, "ovattr: %s\n", message.c_str());
 }
 
@@ -49,8 +47,6 @@ int run(int argc, char** argv) {
   add_query(app);
   add_convert(app);
   add_diff(app);
-  add_inspect(app);
-  add_package(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -64,7 +60,6 @@ int run(int argc, char** argv) {
     report(e.what());
     return bad_data;
   }
-  Progress::of_process().stop();
   return 0;
 }
 
