@@ -11,6 +11,9 @@ function(ov_compile_settings target)
   if(OVATTRIBUTE_WARNINGS_AS_ERRORS)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
+  # Binding a function on its first call would save all registers on the stack, with whatever of a
+  # key is still in them.
+  target_link_options(${target} PRIVATE -Wl,-z,now)
   # Inline statics must stay inside the copy of the library that owns them, or a second copy
   # loaded into the process could never be unloaded.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

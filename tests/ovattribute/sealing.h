@@ -2,6 +2,7 @@
 // Keys, ciphers and nonces for tests that seal.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -52,6 +53,14 @@ inline MemoryListPtr list_of(const std::string& bytes, std::size_t segment_size 
   if (segment_size == 0) return ovserialize::MemoryList::create_copy(bytes.data(), bytes.size());
   auto list = ovserialize::MemoryList::create({.segment_size = segment_size});
   list->append(bytes.data(), bytes.size());
+  return list;
+}
+
+/// The bytes in two segments that meet at `cut`.
+inline MemoryListPtr cut_list(const std::string& bytes, std::size_t cut) {
+  auto list = ovserialize::MemoryList::create({.reserve = std::max<std::size_t>(cut, 1)});
+  list->append(bytes.data(), cut);
+  list->append(bytes.data() + cut, bytes.size() - cut);
   return list;
 }
 

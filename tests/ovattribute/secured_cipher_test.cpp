@@ -19,14 +19,6 @@ namespace {
 
 constexpr std::size_t overhead = 32;  // nonce and tag
 
-// The bytes in two segments that meet at `cut`.
-MemoryListPtr cut_list(const std::string& bytes, std::size_t cut) {
-  auto list = ovserialize::MemoryList::create({.reserve = std::max<std::size_t>(cut, 1)});
-  list->append(bytes.data(), cut);
-  list->append(bytes.data() + cut, bytes.size() - cut);
-  return list;
-}
-
 void expect_unauthentic(const ICipher& cipher, const ovcrypto::Key& key, const std::string& header,
                         const MemoryListPtr& ciphertext) {
   EXPECT_FALSE(cipher.authenticate(key, header, ciphertext));
@@ -82,7 +74,7 @@ TEST(SecuredCipher, AnyChangedBitFailsAuthentication) {
   for (const char* const id : {"EAX_AES128", "EAX_AES256"}) {
     const auto cipher = cipher_of(id);
     const ovcrypto::Key key = key_of(numbered(cipher->key_size()));
-    for (const std::size_t size : {0, 1, 16, 50}) {
+    for (const std::size_t size : {0, 1, 16, 50, 300}) {
       for (const std::string header : {"", "seventeen letters"}) {
         SCOPED_TRACE(size);
         FixedRandom random("a nonce of sixteen");
