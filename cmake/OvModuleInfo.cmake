@@ -9,6 +9,7 @@ set(OVATTRIBUTE_BUILD_NUM "0" CACHE STRING "Module information: the number of th
 
 # ov_add_module_info(library): writes <library>/module_info.inc whenever a source of the project's
 # libraries changes, with an id of version, sources and settings that becomes the build id too.
+# The file is read by <library>/module.cpp.
 function(ov_add_module_info library)
   set(folder "${PROJECT_BINARY_DIR}/${library}")
   set(script "${PROJECT_SOURCE_DIR}/cmake/write_module_info.cmake")
@@ -58,5 +59,5 @@ shared=${BUILD_SHARED_LIBS} sanitize=${OVATTRIBUTE_SANITIZE} coverage=${OVATTRIB
     COMMENT "Writing ${library}/module_info.inc"
     VERBATIM)
   target_sources(${library} PRIVATE "${folder}/module_info.inc")
-  target_include_directories(${library} PRIVATE "${PROJECT_BINARY_DIR}")
+  set_source_files_properties(module.cpp PROPERTIES INCLUDE_DIRECTORIES "${PROJECT_BINARY_DIR}")
 endfunction()
