@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+// Maps and names between threads, for the thread sanitizer.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ovattribute/attribute_map.h"
+#include "tests/ovattribute/map_testing.h"
+#include "tests/ovattribute/sample_values.h"
+
+namespace ovattribute {
+namespace {
+
+constexpr int thread_count = 4;
+
+/// Runs `work(thread, round)` in some threads that start at one time.
+void in_threads(int rounds, const std::function<void(int, int)>& work) {
+  std::latch start(thread_count);
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < thread_count; ++thread) {
+    threads.emplace_back([&, thread] {
+      start.arrive_and_wait();
+      for (int round = 0; round < rounds; ++round)
+        work(thread, round);
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+}
+
+TEST(MapThreads, ShareMapsAndChangeCopiesOfTheirOwn) {
+  const AttributeMap shared = nested_samples(2);
+  const AttributeMap same = nested_samples(2);
+  const AttributeMap addition{{"value1", "replaced"}, {"added", AttributeValue{shared, same}}};
+  const std::size_t hash = shared.hash();
+  std::atomic<int> wrong = 0;
+  in_threads(20, [&](int thread, int round) {
+    MutableAttributeMap mine = shared;  // from a handle that all threads copy
+    const AttributeMap frozen = mine;
+    mine["value2"].set(thread);
+    mine.add(addition).erase("value3");
+    MutableAttributeMap other = frozen;
+    other.add("scalar", AttributeMap(mine));
+    other.clear();
+    other.add(frozen);
+    const AttributeMap merged = frozen.merged_with(addition);
+    const bool right = mine.query("value2") == AttributeValue(thread) && !mine.exists("value3") &&
+                       mine.query("value1") == AttributeValue("replaced") &&
+                       shared.exists("value3") && other.shares_holder_with(shared) &&
+                       merged.size() == shared.size() + 1 && shared.hash() == hash &&
+                       (round % 10 != 0 || shared.compare(same) == same.compare(shared) * -1);
+    if (!right) ++wrong;
+  });
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(shared.compare(same), 0);
+}
+
+TEST(MapThreads, HandOverTheLastHandle) {
+  for (int round = 0; round < 200; ++round) {
+    std::vector<MutableAttributeMap> handles(thread_count,
+                                             map_of({{"text", std::string(100, 'x')}, {"n", 1}}));
+    std::vector<long long> sums(thread_count);
+    // Whoever finds itself alone changes the storage that the others have just read.
+    in_threads(1, [&](int thread, int) {
+      const auto t = static_cast<std::size_t>(thread);
+      MutableAttributeMap mine = std::move(handles[t]);
+      sums[t] = mine.query("n").get<long long>();
+      mine["n"] = mine.query("n").get<long long>() + 1;
+      mine["text"].set("changed");
+      sums[t] += mine.query("n").get<long long>();
+    });
+    EXPECT_EQ(sums, std::vector<long long>(thread_count, 3));
+  }
+}
+
+TEST(MapThreads, InternAndReleaseTheSameNames) {
+  const std::size_t before = ovcore::StringKey::interned_count();
+  std::atomic<int> wrong = 0;
+  in_threads(300, [&](int, int round) {
+    std::vector<AttributeName> names;
+    for (int i = 0; i < 20; ++i)
+      names.emplace_back("passing name " + std::to_string((round + i) % 25));
+    for (int i = 0; i < 20; ++i) {
+      const std::string text = "passing name " + std::to_string((round + i) % 25);
+      if (names[static_cast<std::size_t>(i)].value() != text) ++wrong;
+      if (AttributeName(text) != names[static_cast<std::size_t>(i)]) ++wrong;
+    }
+  });
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(ovcore::StringKey::interned_count(), before);
+}
+
+}  // namespace
+}  // namespace ovattribute
