@@ -1,5 +1,5 @@
-# What an installation holds: the libraries, their headers as <library>/<header>, the CMake package
-# and the pkg-config file `ovattribute`.
+# What an installation holds: the libraries (component `runtime`, with the tool), their headers as
+# <library>/<header>, the CMake package and the pkg-config file `ovattribute` (component `dev`).
 
 include(CMakePackageConfigHelpers)
 
@@ -12,11 +12,12 @@ function(ov_install_library name)
   endif()
   # An object library has nothing to install; it is exported for the sake of those who link it.
   install(TARGETS ${name} EXPORT ovattribute-targets
-    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT dev
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT dev)
   foreach(header IN LISTS ARGN)
     get_filename_component(folder ${header} DIRECTORY)
-    install(FILES ${header} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${name}/${folder}")
+    install(FILES ${header} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${name}/${folder}"
+      COMPONENT dev)
   endforeach()
 endfunction()
 
@@ -25,7 +26,8 @@ function(ov_install_package)
   if(NOT OVATTRIBUTE_INSTALL)
     return()
   endif()
-  install(EXPORT ovattribute-targets NAMESPACE ovattribute:: DESTINATION "${ov_package_dir}")
+  install(EXPORT ovattribute-targets NAMESPACE ovattribute:: DESTINATION "${ov_package_dir}"
+    COMPONENT dev)
   configure_package_config_file(
     "${PROJECT_SOURCE_DIR}/cmake/ovattribute-config.cmake.in"
     "${PROJECT_BINARY_DIR}/ovattribute-config.cmake"
@@ -35,7 +37,7 @@ function(ov_install_package)
   install(FILES
     "${PROJECT_BINARY_DIR}/ovattribute-config.cmake"
     "${PROJECT_BINARY_DIR}/ovattribute-config-version.cmake"
-    DESTINATION "${ov_package_dir}")
+    DESTINATION "${ov_package_dir}" COMPONENT dev)
 
   # The path to the prefix is relative, so that an installation can be moved.
   file(RELATIVE_PATH pc_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig/" "/")
@@ -55,5 +57,5 @@ function(ov_install_package)
   configure_file("${PROJECT_SOURCE_DIR}/cmake/ovattribute.pc.in"
     "${PROJECT_BINARY_DIR}/ovattribute.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/ovattribute.pc"
-    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT dev)
 endfunction()
