@@ -80,17 +80,21 @@ void write_simple_string(const Trace& trace, std::string_view text) {
   if (size < text.size()) trace.left_out(text.size() - size);
 }
 
+/// Writes the lines of a text with `between` for each line break.
+void write_lines(const Trace& trace, std::string_view text, SourceString between) {
+  for (std::size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1)) {
+    std::string_view line = text.substr(0, end);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    trace.out << SourceString(line);
+    trace.indented(between);
+  }
+  trace.out << SourceString(text);
+}
+
 void write_multiline_string(const Trace& trace, std::string_view text) {
   const std::size_t size = cut_size(text, trace.formatter.max_string_len());
   trace.indented(trace.formatter.multiline_string_prefix());
-  std::string_view rest = text.substr(0, size);
-  for (std::size_t end; (end = rest.find('\n')) != rest.npos; rest.remove_prefix(end + 1)) {
-    std::string_view line = rest.substr(0, end);
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    trace.out << SourceString(line);
-    trace.indented(trace.formatter.multiline_string_newline());
-  }
-  trace.out << SourceString(rest);
+  write_lines(trace, text.substr(0, size), trace.formatter.multiline_string_newline());
   trace.indented(trace.formatter.multiline_string_suffix());
   if (size < text.size()) trace.left_out(text.size() - size);
 }
@@ -141,11 +145,11 @@ void write_error(const Trace& trace, const impl::ErrorInfoPtr& error) {
     trace.indented(line);
     if (e != error.get()) trace.out << "caused by ";
     trace.out << e->code() << ": ";
-    trace.indented(e->message());
+    write_lines(trace, e->message(), line);
     for (const auto& p : e->parameters()) {
       trace.indented(line);
       trace.out << "  " << SourceString(p.name) << "='";
-      trace.indented(p.value);
+      write_lines(trace, p.value, line);
       trace.out << '\'';
     }
     if (e->location() == ovcore::SourceLocation()) continue;
