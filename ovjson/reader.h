@@ -25,6 +25,7 @@ struct ReaderOptions {
   std::size_t max_value_size = 134'217'728;  // bytes of one string, name or number
   bool allow_comments = false;               // "//" and "/* */"
   std::size_t buffer_size = 65'536;          // bytes of text in memory, at least 1
+  Position start = {};                       // of the text's first byte, in a larger text
 };
 
 /// Reads one document, whose only value is the child of a root. A value is delivered as soon as its

@@ -63,7 +63,11 @@ Tokenizer::Tokenizer(ovcore::RefCountPtr<ovcore::IReadStream> source,
       m_buffer(std::make_unique_for_overwrite<char[]>(m_capacity + padding)),
       m_next(m_buffer.get()),
       m_end(m_next),
+      m_base(options.start.source_pos),
       m_max_text_size(options.max_value_size),
+      m_token_offset(options.start.source_pos),
+      m_line(options.start.line),
+      m_line_start(options.start.source_pos + 1 - options.start.line_pos),
       m_allow_comments(options.allow_comments) {
   std::memset(m_buffer.get(), 0, padding);
 }

@@ -51,6 +51,7 @@ struct TokenizerOptions {
   bool allow_comments = false;
   std::size_t max_value_size = default_max_value_size;  // bytes, after unescaping
   std::size_t buffer_size = 65'536;                     // bytes, at least 1
+  Position start = {};                                  // of the text's first byte
 };
 
 /// Asks its source for more only when the next token needs it: a container is complete with its

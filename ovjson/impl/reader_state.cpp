@@ -41,7 +41,8 @@ Reader::State::State(ovcore::RefCountPtr<ovcore::IReadStream> source, ovcore::So
       m_max_depth(options.max_depth),
       m_max_value_size(options.max_value_size),
       m_tokenizer(std::move(source),
-                  {options.allow_comments, options.max_value_size, options.buffer_size}),
+                  {options.allow_comments, options.max_value_size, options.buffer_size,
+                   options.start}),
       m_current(new_value()) {}
 
 Reader::State::~State() {

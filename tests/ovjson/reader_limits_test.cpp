@@ -44,6 +44,15 @@ TEST(ReaderLimits, LimitsNesting) {
   EXPECT_EQ(deep.reader.next_child(root), nullptr);
 }
 
+TEST(ReaderLimits, CountsPlacesFromWhereItsTextStarts) {
+  const Position start{.line = 7, .line_pos = 3, .source_pos = 100};
+  Document document(" {\"a\":\n 01}", "", {.start = start});
+  EXPECT_EQ(document.reader.next_value()->position(), (Position{7, 4, 101}));
+  EXPECT_ERROR(walk(document.reader), error::ovjson_reader_tokenizer_syntaxError,
+               "Invalid number: unexpected '1' [line 8, pos 3]");
+  EXPECT_EQ(document.reader.position(), (Position{8, 3, 109}));
+}
+
 TEST(ReaderLimits, LimitsCharacterDataEvenWhenItIsSkipped) {
   for (const char* text : {"[\"abcd\", 1]", "{\"abcd\":1}", "{abcd:1}", "[1234, 1]"})
     EXPECT_NO_THROW(walk(Document(text, "", {.max_value_size = 4}).reader));
