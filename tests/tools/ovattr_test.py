@@ -4,18 +4,10 @@
 import json
 import os
 import stat
-import subprocess
-import sys
 import tempfile
 import unittest
 
-TOOL = sys.argv.pop(1)
-ISO_CODES = "/usr/share/iso-codes/json"
-
-
-def ovattr(*arguments, stdin=b"", cwd=None):
-    done = subprocess.run([TOOL, *arguments], input=stdin, capture_output=True, cwd=cwd)
-    return done.returncode, done.stdout.decode(), done.stderr.decode()
+from tool import ISO_CODES, ovattr
 
 
 class Query(unittest.TestCase):
@@ -95,10 +87,11 @@ class Failures(unittest.TestCase):
                 code, out, err = ovattr(*arguments)
                 self.assertEqual((code, out), (2, ""))
                 self.assertTrue(err.startswith("ovattr: "), err)
-        for command in ["show", "query", "convert", "diff"]:
-            code, out, _ = ovattr(command, "--help")
+        for command in ["show", "query", "convert", "diff", "inspect", "package", "package create",
+                        "package show", "package union"]:
+            code, out, _ = ovattr(*command.split(), "--help")
             self.assertEqual(code, 0)
-            self.assertIn("Example:\n  ovattr " + command, out)
+            self.assertRegex(out, f"Examples?:\n  ovattr {command}")
 
 
 class Convert(unittest.TestCase):

@@ -3,10 +3,14 @@
 // file they are about.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <stdexcept>
 #include <string>
 
 #include "ovcore/exception.h"
+
+namespace CLI {
+class App;
+}
 
 namespace ovattr {
 
@@ -45,12 +49,20 @@ decltype(auto) about_file(const std::string& file, F&& f) {
 /// Raises an error of the tool's own, about data rather than usage.
 [[noreturn]] void fail(const std::string& file, ovcore::SourceString message);
 
+/// A command line that asks for what cannot be.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// Ends the program with exit code 1 and no message: the command's output says why.
 struct Finding {};
 
 // One function per subcommand: adds it with its options and what it does.
 void add_convert(CLI::App& app);
 void add_diff(CLI::App& app);
+void add_inspect(CLI::App& app);
+void add_package(CLI::App& app);
 void add_query(CLI::App& app);
 void add_show(CLI::App& app);
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <bit>
 #include <cstdint>
@@ -9,7 +10,10 @@
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/trace_formatter.h"
 #include "tools/ovattr/command.h"
-#include "tools/ovattr/document.h"
+#include "tools/ovattr/forms.h"
+#include "tools/ovattr/output.h"
+#include "tools/ovattr/packages.h"
+#include "tools/ovattr/values.h"
 
 namespace ovattr {
 namespace {
@@ -49,6 +53,21 @@ class Difference {
  public:
   explicit Difference(std::ostream& out) : m_out(out), m_formatter(one_line()) {}
 
+  /// One value after the other.
+  void compare(ValueSource& a, ValueSource& b) {
+    AttributeValue in_a;
+    AttributeValue in_b;
+    std::string pointer;
+    for (std::size_t number = 1;; pointer = '#' + std::to_string(++number)) {
+      const bool has_a = a.next(in_a);
+      const bool has_b = b.next(in_b);
+      if (!has_a && !has_b) return;
+      compare_places(pointer, has_a ? &in_a : nullptr, has_b ? &in_b : nullptr);
+    }
+  }
+  [[nodiscard]] bool found() const noexcept { return m_found; }
+
+ private:
   void compare(const std::string& pointer, const AttributeValue& a, const AttributeValue& b) {
     if (is_map(a) && is_map(b)) {
       compare_maps(pointer, a.get<AttributeMap>(), b.get<AttributeMap>());
@@ -60,9 +79,7 @@ class Difference {
       m_out << '\n';
     }
   }
-  [[nodiscard]] bool found() const noexcept { return m_found; }
 
- private:
   static ovattribute::TraceFormatter one_line() {
     using ListParams = ovattribute::TraceFormatter::ListParams;
     const ListParams braces("{", ", ", "}", false);
@@ -128,21 +145,34 @@ class Difference {
 struct Diff {
   Reading a;
   Reading b;
+  Reading common;
 
-  void run() const {
-    const AttributeValue in_a = read_document(a);
-    const AttributeValue in_b = read_document(b);
+  void run() {
+    complete(a);
+    complete(b);
+    const PackageSetPtr packages = read_packages(common.packages);
+    const auto source_a = open_source(a, packages);
+    const auto source_b = open_source(b, packages);
     const bool differ = about_file(output_name("-"), [&] {
       Output out("-");
       OutputBuffer buffer(out.stream());
       std::ostream text(&buffer);
       text.exceptions(std::ios::badbit);
       Difference difference(text);
-      difference.compare("", in_a, in_b);
+      difference.compare(*source_a, *source_b);
       text.flush();
       return difference.found();
     });
     if (differ) throw Finding();
+  }
+
+ private:
+  /// The options count for both; what a file's ending says goes before --from.
+  void complete(Reading& reading) const {
+    std::string file = std::move(reading.file);
+    reading = common;
+    reading.form = form_by_ending(file).value_or(common.form.value_or(Form::json));
+    reading.file = std::move(file);
   }
 };
 
@@ -150,15 +180,17 @@ struct Diff {
 
 void add_diff(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
-      "diff",
-      "Print what differs between two documents, by JSON pointer; exit 1 when anything does");
+      "diff", "Print what differs between two files, by JSON pointer; exit 1 when anything does");
   const auto diff = std::make_shared<Diff>();
-  command->add_option("A", diff->a.file, "The old document; - is standard input")->required();
-  command->add_option("B", diff->b.file, "The new document")->required();
+  command->add_option("A", diff->a.file, "The old file; - is standard input")->required();
+  command->add_option("B", diff->b.file, "The new file, in whatever form")->required();
+  add_form_options(*command, diff->common);
   command->footer(
       "A line begins with - for what only A has, + for what only B has, ! for what differs.\n"
-      "Types count: the Integer 2 and the Double 2.0 differ; a scalar and a list of one do not.\n\n"
-      "Example:\n  ovattr diff order.json order-new.json");
+      "Types count: the Integer 2 and the Double 2.0 differ; a scalar and a list of one do not.\n"
+      "Where a file has several values, the second one's pointers begin with #2, and so on.\n"
+      "--from says the form of a file whose ending does not.\n\n"
+      "Example:\n  ovattr diff order.json order.ovb");
   command->callback([diff] { diff->run(); });
 }
 

@@ -7,6 +7,7 @@
 
 #include "ovattribute/error_codes.h"
 #include "tools/ovattr/command.h"
+#include "tools/ovattr/progress.h"
 #include "tools/ovattr/version.h"
 
 namespace ovattr {
@@ -16,6 +17,7 @@ constexpr int bad_data = 1;
 constexpr int bad_usage = 2;
 
 void report(const std::string& message) {
+  Progress::of_process().stop();
   std::fprintf(stderr, "ovattr: %s\n", message.c_str());
 }
 
@@ -47,10 +49,15 @@ int run(int argc, char** argv) {
   add_query(app);
   add_convert(app);
   add_diff(app);
+  add_inspect(app);
+  add_package(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? 0 : bad_usage;
+  } catch (const UsageError& e) {
+    report(e.what());
+    return bad_usage;
   } catch (const Finding&) {
     return bad_data;
   } catch (const FileFailure& e) {
@@ -77,5 +84,7 @@ void fail(const std::string& file, ovcore::SourceString message) {
 }  // namespace ovattr
 
 int main(int argc, char** argv) {
-  return ovattr::run(argc, argv);
+  const int code = ovattr::run(argc, argv);
+  ovattr::Progress::of_process().stop();
+  return code;
 }

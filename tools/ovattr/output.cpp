@@ -9,9 +9,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "ovcore/error_codes.h"
 #include "ovcore/error_composer.h"
+#include "tools/ovattr/command.h"
+#include "tools/ovattr/progress.h"
 
 namespace ovattr {
 namespace {
@@ -37,6 +40,27 @@ bool is_special(const std::string& file) {
   return ::stat(file.c_str(), &old) == 0 && !S_ISREG(old.st_mode);
 }
 
+/// Writes to a descriptor, which shows in the progress line. Errors name the file.
+class Target final : public ovcore::IWriteStream {
+ public:
+  Target(std::string name, int descriptor)
+      : m_name(std::move(name)),
+        m_terminal(::isatty(descriptor) != 0),
+        m_stream(ovcore::make_ref_counted<ovcore::FileWriteStream>(descriptor)) {}
+
+  using IWriteStream::write;
+  void write(const void* data, std::size_t size) override {
+    if (m_terminal) Progress::of_process().stop();
+    about_file(m_name, [&] { m_stream->write(data, size); });
+    Progress::of_process().add_written(size);
+  }
+
+ private:
+  const std::string m_name;
+  const bool m_terminal;
+  const ovcore::RefCountPtr<ovcore::FileWriteStream> m_stream;
+};
+
 }  // namespace
 
 Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
@@ -50,12 +74,17 @@ Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
     if (m_descriptor < 0) m_temporary.clear();
   }
   if (m_descriptor < 0) fail_writing(errno);
-  m_stream = ovcore::make_ref_counted<ovcore::FileWriteStream>(m_descriptor);
+  m_stream = ovcore::make_ref_counted<Target>(output_name(file), m_descriptor);
 }
 
 Output::~Output() {
   if (m_descriptor >= 0 && m_descriptor != STDOUT_FILENO) ::close(m_descriptor);
   if (!m_temporary.empty()) ::unlink(m_temporary.c_str());
+}
+
+void Output::refuse_terminal() const {
+  if (::isatty(m_descriptor) == 0) return;
+  throw UsageError("Binary is not written to a terminal; give -o FILE");
 }
 
 void Output::commit() {

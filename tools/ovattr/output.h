@@ -21,13 +21,15 @@ class Output {
   ~Output();
 
   [[nodiscard]] ovcore::IWriteStream& stream() noexcept { return *m_stream; }
+  /// Before binary is written: it can do harm on a terminal. Raises a usage error.
+  void refuse_terminal() const;
   void commit();
 
  private:
   std::string m_file;
   std::string m_temporary;  // empty when the target is written directly
   int m_descriptor;
-  ovcore::RefCountPtr<ovcore::FileWriteStream> m_stream;
+  ovcore::RefCountPtr<ovcore::IWriteStream> m_stream;
 };
 
 /// Lets a standard stream write to a target, in blocks. Errors of the target pass through streams
