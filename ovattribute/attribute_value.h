@@ -202,8 +202,8 @@ class OV_EXPORT AttributeValue {
   template <impl::StoredType T>
   [[nodiscard]] const T& get() const {
     const impl::TypedValue<T>& storage = typed<T>();
-    if (storage.end() != storage.begin() + 1) [[unlikely]] {
-      if (storage.begin() == storage.end()) impl::throw_array_empty_error();
+    if (storage.elements().size() != 1) [[unlikely]] {
+      if (storage.elements().empty()) impl::throw_array_empty_error();
       impl::throw_get_on_multi_value_attribute();
     }
     return *storage.begin();
