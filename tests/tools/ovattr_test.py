@@ -9,6 +9,8 @@ import unittest
 
 from tool import ISO_CODES, ovattr
 
+GOLDEN = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../data/golden")
+
 
 class Query(unittest.TestCase):
     DOCUMENT = json.dumps({
@@ -157,6 +159,10 @@ class Diff(unittest.TestCase):
 
 
 class Show(unittest.TestCase):
+    def test_prints_the_golden_text(self):
+        with open(f"{GOLDEN}/document.txt", encoding="utf-8", newline="") as file:
+            self.assertEqual(ovattr("show", f"{GOLDEN}/document.json"), (0, file.read(), ""))
+
     def test_orders_names_and_cuts_long_lists(self):
         document = json.dumps({"b": list(range(40)), "a": "x"}).encode()
         code, out, _ = ovattr("show", "-", stdin=document)
