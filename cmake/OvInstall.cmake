@@ -39,6 +39,13 @@ function(ov_install_package)
     "${PROJECT_BINARY_DIR}/ovattribute-config-version.cmake"
     DESTINATION "${ov_package_dir}" COMPONENT dev)
 
+  # Where gdb looks for what belongs to a library, given the path of its own installation, /usr.
+  if(BUILD_SHARED_LIBS)
+    install(FILES "${PROJECT_SOURCE_DIR}/tools/gdb/printers.py"
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}"
+      RENAME "libovattribute.so.${PROJECT_VERSION}-gdb.py" COMPONENT runtime)
+  endif()
+
   # The path to the prefix is relative, so that an installation can be moved.
   file(RELATIVE_PATH pc_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig/" "/")
   string(REGEX REPLACE "/$" "" pc_prefix "${pc_prefix}")
