@@ -385,17 +385,17 @@ ValueBase* ValueFactory<T>::create_list(std::span<const T> elements) {
 }
 
 template <>
-ValueBase* ValueFactory<NullValueType>::create_value() {
+OV_EXPORT ValueBase* ValueFactory<NullValueType>::create_value() {
   return null_storage();
 }
 
 template <>
-ValueBase* ValueFactory<NullValueType>::create_value(NullValueType) {
+OV_EXPORT ValueBase* ValueFactory<NullValueType>::create_value(NullValueType) {
   return null_storage();
 }
 
 template <>
-ValueBase* ValueFactory<NullValueType>::create_list(std::span<const NullValueType>) {
+OV_EXPORT ValueBase* ValueFactory<NullValueType>::create_list(std::span<const NullValueType>) {
   return null_storage();
 }
 
