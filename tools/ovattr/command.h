@@ -55,7 +55,8 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Ends the program with exit code 1 and no message: the command's output says why.
+/// Ends the program with exit code 1 and no message: the command's output says why, or nobody reads
+/// it.
 struct Finding {};
 
 // One function per subcommand: adds it with its options and what it does.

@@ -2,6 +2,7 @@
 #include "tools/ovattr/output.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,18 +46,33 @@ class Target final : public ovcore::IWriteStream {
  public:
   Target(std::string name, int descriptor)
       : m_name(std::move(name)),
+        m_descriptor(descriptor),
         m_terminal(::isatty(descriptor) != 0),
         m_stream(ovcore::make_ref_counted<ovcore::FileWriteStream>(descriptor)) {}
 
   using IWriteStream::write;
   void write(const void* data, std::size_t size) override {
     if (m_terminal) Progress::of_process().stop();
-    about_file(m_name, [&] { m_stream->write(data, size); });
+    about_file(m_name, [&] { put(data, size); });
     Progress::of_process().add_written(size);
   }
 
  private:
+  void put(const void* data, std::size_t size) {
+    try {
+      m_stream->write(data, size);
+    } catch (const ovcore::Exception&) {
+      if (nobody_reads()) throw Finding();  // as after `| head`, no failure of ours
+      throw;
+    }
+  }
+  [[nodiscard]] bool nobody_reads() const noexcept {
+    pollfd state = {m_descriptor, POLLOUT, 0};
+    return ::poll(&state, 1, 0) == 1 && (state.revents & POLLERR) != 0;
+  }
+
   const std::string m_name;
+  const int m_descriptor;
   const bool m_terminal;
   const ovcore::RefCountPtr<ovcore::FileWriteStream> m_stream;
 };
