@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 #include "ovattribute/error_codes.h"

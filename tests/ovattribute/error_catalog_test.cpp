@@ -12,12 +12,10 @@
 
 #include "ovattribute/error_codes.h"
 #include "ovcore/error_codes.h"
-#include "ovcore/exception.h"
 #include "ovcrypto/error_codes.h"
 #include "ovjson/error_codes.h"
 #include "ovserialize/error_codes.h"
 #include "ovuri/error_codes.h"
-#include "tests/support/error_matcher.h"
 
 namespace {
 

@@ -2,7 +2,6 @@
 // Order, equality and hash of values.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>

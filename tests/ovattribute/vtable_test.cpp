@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <concepts>
-#include <string>
 #include <type_traits>
 
 #include "ovattribute/attribute_map.h"
