@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,6 +40,24 @@ mode_t mode_of(const std::string& file) {
 bool is_special(const std::string& file) {
   struct stat old;
   return ::stat(file.c_str(), &old) == 0 && !S_ISREG(old.st_mode);
+}
+
+// The file to remove when a signal ends the program; empty for none.
+char temporary_file[4096];
+
+extern "C" void remove_temporary(int signal) {
+  if (temporary_file[0] != '\0') ::unlink(temporary_file);
+  ::signal(signal, SIG_DFL);
+  ::raise(signal);
+}
+
+/// Signals that are ignored stay so.
+void remove_when_interrupted(const std::string& file) {
+  if (file.size() >= sizeof temporary_file) return;
+  std::strcpy(temporary_file, file.c_str());
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    if (::signal(number, remove_temporary) == SIG_IGN) ::signal(number, SIG_IGN);
+  }
 }
 
 /// Writes to a descriptor, which shows in the progress line. Errors name the file.
@@ -88,6 +107,7 @@ Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
     m_temporary = file + ".XXXXXX";
     m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);
     if (m_descriptor < 0) m_temporary.clear();
+    remove_when_interrupted(m_temporary);
   }
   if (m_descriptor < 0) fail_writing(errno);
   m_stream = ovcore::make_ref_counted<Target>(output_name(file), m_descriptor);
