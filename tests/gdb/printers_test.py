@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """What gdb prints for the variables of the host. Arguments: gdb, the host, the printers."""
+import os
 import subprocess
 import sys
 
@@ -48,7 +49,10 @@ arguments = [GDB, "-nx", "-batch", "-iex", "set disable-randomization off",
              "-iex", "set debuginfod enabled off"]
 for command in commands:
     arguments += ["-ex", command]
-done = subprocess.run([*arguments, HOST], capture_output=True, text=True, timeout=240, check=False)
+# What looks for leaks cannot stop a program that gdb has stopped.
+environment = {**os.environ, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"}
+done = subprocess.run([*arguments, HOST], capture_output=True, text=True, timeout=240, check=False,
+                      env=environment)
 
 if "Could not trace the inferior" in done.stderr or "ptrace: Operation not permitted" in done.stderr:
     print("skipped: gdb may not trace programs here")
