@@ -260,8 +260,14 @@ TEST(MapSharing, AddingToASharedMapMergesWithoutACopyBefore) {
   const AttributeMap kept = own_map(40);
   const AttributeMap other{{name(39), 1}, {name(50), 2}};
   MutableAttributeMap shared = kept;
-  const auto merging = ovtest::allocations_of([&] { static_cast<void>(other.merged_with(kept)); });
-  EXPECT_EQ(ovtest::allocations_of([&] { shared.add(other); }), merging);
+  const auto cost_of = [](auto&& operation) {
+    const ovtest::AllocationCounts before = ovtest::allocation_counts();
+    operation();
+    const ovtest::AllocationCounts after = ovtest::allocation_counts();
+    return std::pair(after.made - before.made, after.bytes - before.bytes);
+  };
+  const auto merging = cost_of([&] { static_cast<void>(other.merged_with(kept)); });
+  EXPECT_EQ(cost_of([&] { shared.add(other); }), merging);
   EXPECT_EQ(shared, other.merged_with(kept));
 }
 
