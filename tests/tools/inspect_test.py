@@ -60,7 +60,7 @@ class Inspect(InFolder):
         for options, name in [(("--package", "names.ovp"), "list"), ((), ":0")]:
             code, out, err = self.inspect("coded.ovb", *options)
             self.assertEqual((code, err), (0, ""))
-            self.assertRegex(out, rf"unsigned +name 0: \S*{name}\n")
+            self.assertRegex(out, rf'unsigned +name 0: "\S*{name}"\n')
             self.assertEqual("not known" in out, not options)
             self.assert_covers(out, size)
 
@@ -100,6 +100,8 @@ class Inspect(InFolder):
             ("f0 05 06", ["sequence", "integer", "integer"], "a value at offset 0"),
             ("ec 9f 00 f0 61 61 ff", ["unsigned", "sequence", "sequence", "string", "end"],
              "a value at offset 6"),
+            ("ec f0 f0 e7 05 06", ["unsigned", "sequence", "sequence", "unsigned", "integer",
+                                   "integer"], "the number of a name at offset 3"),
             ("eb f1 f1 05 f2 f2 05", ["unsigned", "structure", "structure", "integer", "end", "end",
                                       "integer"], "type at offset 3"),
         ]
@@ -128,6 +130,15 @@ class Inspect(InFolder):
         _, out, _ = self.inspect("long.ovb")
         self.assertIn("...", out)
         self.assertLess(max(map(len, out.splitlines())), 110)
+
+    def test_names_stay_on_their_line(self):
+        self.run_tool("package", "create", "a\nb\33", "-o", "odd.ovp")
+        self.assertEqual(self.run_tool("package", "show", "odd.ovp").splitlines()[1:],
+                         [b'  "a\\nb\\u001b"'])
+        self.run_tool("convert", "-", "--package", "odd.ovp", "-o", "odd.ovb",
+                      stdin=b'{"a\\nb\\u001b": 1}')
+        _, out, _ = self.inspect("odd.ovb", "--package", "odd.ovp")
+        self.assertIn('name 0: "a\\nb\\u001b"\n', out)
 
     def test_a_real_file(self):
         self.run_tool("convert", f"{ISO_CODES}/iso_3166-1.json", "-o", "real.ovb")

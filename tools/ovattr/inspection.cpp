@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ovcore/to_string.h"
+#include "tools/ovattr/quoted.h"
 
 namespace ovattr {
 namespace {
@@ -157,18 +158,21 @@ void Inspection::name() {
 }
 
 void Inspection::token() {
+  const std::uint64_t offset = m_lines.offset();
   const std::uint64_t number = m_lines.read_unsigned();
-  m_lines.print_unsigned("name " + to_string(number) + ": " + name_of(number));
+  const std::optional<std::string> name = name_of(number);
+  m_lines.print_unsigned("name " + to_string(number) + (name ? ": " + quoted(*name) : ""));
+  if (!name) throw Surprise{"the number of a name", offset};
 }
 
-std::string Inspection::name_of(std::uint64_t token) const {
+std::optional<std::string> Inspection::name_of(std::uint64_t token) const {
   const auto behind = std::upper_bound(
       m_refs.begin(), m_refs.end(), token,
       [](std::uint64_t number, const PackageRef& ref) { return number < ref.base; });
-  if (behind == m_refs.begin()) return "of no package";
+  if (behind == m_refs.begin()) return std::nullopt;
   const PackageRef& ref = *(behind - 1);
   const std::uint64_t position = token - ref.base;
-  if (position >= ref.count) return "of no package";
+  if (position >= ref.count) return std::nullopt;
   if (!ref.package || position >= ref.package->size()) {
     return ref.id.as_string(1) + ':' + to_string(position);
   }

@@ -55,7 +55,7 @@ class Inspection {
   void announcement();
   void package_reference();
   void package_names();
-  [[nodiscard]] std::string name_of(std::uint64_t token) const;
+  [[nodiscard]] std::optional<std::string> name_of(std::uint64_t token) const;
 
   ItemLines& m_lines;
   const ovattribute::AttributeNamePackageSet::Ptr m_packages;

@@ -7,9 +7,9 @@
 
 #include "ovcore/time.h"
 #include "ovcore/to_string.h"
-#include "ovcore/utf8.h"
 #include "ovserialize/text_writer.h"
 #include "ovserialize/transcode.h"
+#include "tools/ovattr/quoted.h"
 
 namespace ovattr {
 namespace {
@@ -17,30 +17,6 @@ namespace {
 constexpr const char* kind_names[] = {"",       "null",     "boolean",  "integer",  "unsigned",
                                       "double", "string",   "time",     "duration", "uuid",
                                       "binary", "sequence", "structure"};
-
-/// The beginning of a text; the rest is dropped.
-class Excerpt final : public ovserialize::ITextTarget {
- public:
-  void put(char character) override { write(&character, 1); }
-  void write(const char* text, std::size_t size) override {
-    const std::size_t taken = std::min(size, max_size - m_text.size());
-    m_text.append(text, taken);
-    m_cut = m_cut || taken != size;
-  }
-
-  [[nodiscard]] std::string text() {
-    if (!m_cut) return std::move(m_text);
-    while (!ovcore::is_utf8(m_text))
-      m_text.pop_back();
-    return m_text + "...";
-  }
-
- private:
-  static constexpr std::size_t max_size = 60;
-
-  std::string m_text;
-  bool m_cut = false;
-};
 
 /// The next item as the text form has it, where that is not clearer otherwise.
 std::string read_text(ovserialize::StreamReader& reader, int kind) {

@@ -11,6 +11,7 @@
 #include "tools/ovattr/forms.h"
 #include "tools/ovattr/output.h"
 #include "tools/ovattr/packages.h"
+#include "tools/ovattr/quoted.h"
 #include "tools/ovattr/values.h"
 
 namespace ovattr {
@@ -103,7 +104,7 @@ struct ShowPackage {
       std::string text = package->id().as_string() + ' ' + std::to_string(package->size()) +
                          (package->size() == 1 ? " name\n" : " names\n");
       for (const AttributeName& name : *package)
-        text += "  " + name.value() + '\n';
+        text += "  " + plain_or_quoted(name.value()) + '\n';
       out.stream().write(text);
     }
     out.commit();

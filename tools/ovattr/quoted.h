@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// Text that came from outside, made fit for a line of output.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "ovserialize/text_target.h"
+
+namespace ovattr {
+
+/// Keeps the beginning of a text and drops the rest.
+class Excerpt final : public ovserialize::ITextTarget {
+ public:
+  void put(char character) override { write(&character, 1); }
+  void write(const char* text, std::size_t size) override;
+
+  /// With "..." where something was dropped.
+  [[nodiscard]] std::string text() const;
+
+ private:
+  static constexpr std::size_t max_size = 60;
+
+  std::string m_text;
+  bool m_cut = false;
+};
+
+/// In quotes as the text form has it, shortened.
+[[nodiscard]] std::string quoted(const std::string& text);
+/// The text as it is, in quotes only where it would be mistaken for something else.
+[[nodiscard]] std::string plain_or_quoted(const std::string& text);
+
+}  // namespace ovattr
