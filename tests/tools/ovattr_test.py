@@ -59,6 +59,7 @@ class Failures(unittest.TestCase):
             for text, message in [
                 ('{"a": 01}', "[line 1, pos 8]"), ('{"a": [1, "b"]}', "[line 1, pos 11]"),
                 ('{\n"a": 1,\n"a": 2}', "Repeated member name 'a' [line 3, pos 1]"),
+                ('{"\\n\\u001b": 1, "\\n\\u001b": 2}', "Repeated member name '??'"),
                 ('{"a": 1} x', "[line 1, pos 10]"), ("", "Expecting JSON value"),
                 ('{"a": "\udc80"}', "[line 1, pos"), ("[" * 600, "[line 1, pos"),
             ]:

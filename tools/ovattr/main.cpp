@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // ovattr: attribute values on the command line.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -16,8 +17,11 @@ namespace {
 constexpr int bad_data = 1;
 constexpr int bad_usage = 2;
 
-void report(const std::string& message) {
+/// On one line, whatever stood in the data.
+void report(std::string message) {
   Progress::of_process().stop();
+  std::replace_if(
+      message.begin(), message.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
   std::fprintf(stderr, "ovattr: %s\n", message.c_str());
 }
 
