@@ -2,7 +2,6 @@
 #include "tools/ovattr/json_lines.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace ovattr {
@@ -52,8 +51,7 @@ std::size_t LineStream::read(void* buffer, std::size_t size) {
 
 std::size_t LineStream::read_some(void* buffer, std::size_t size) {
   const std::string_view run = take_run(size);
-  std::memcpy(buffer, run.data(), run.size());
-  return run.size();
+  return run.copy(static_cast<char*>(buffer), run.size());
 }
 
 /// The next bytes of the line; empty at its end, which is left behind.
