@@ -118,15 +118,11 @@ void ItemLines::close_structure() {
 
 void ItemLines::print_rest() {
   while (!at_end()) {
-    if (m_open.empty()) {
-      next_of_rest();
-    } else if (m_open.back()) {
-      if (kind() == ovserialize::item_none) {
-        close_structure();
-      } else {
-        next_of_rest();
-      }
-    } else if (has_next_element()) {
+    const bool in_structure = !m_open.empty() && m_open.back();
+    const bool in_sequence = !m_open.empty() && !m_open.back();
+    if (in_structure && kind() == ovserialize::item_none) {
+      close_structure();
+    } else if (!in_sequence || has_next_element()) {
       next_of_rest();
     }
   }
