@@ -49,6 +49,9 @@ decltype(auto) about_file(const std::string& file, F&& f) {
 /// Raises an error of the tool's own, about data rather than usage.
 [[noreturn]] void fail(const std::string& file, ovcore::SourceString message);
 
+/// A message on standard error, on one line whatever stands in it.
+void report(std::string message);
+
 /// A command line that asks for what cannot be.
 class UsageError : public std::runtime_error {
  public:
@@ -60,11 +63,15 @@ class UsageError : public std::runtime_error {
 struct Finding {};
 
 // One function per subcommand: adds it with its options and what it does.
+void add_check(CLI::App& app);
 void add_convert(CLI::App& app);
 void add_diff(CLI::App& app);
 void add_inspect(CLI::App& app);
+void add_keygen(CLI::App& app);
+void add_open(CLI::App& app);
 void add_package(CLI::App& app);
 void add_query(CLI::App& app);
+void add_seal(CLI::App& app);
 void add_show(CLI::App& app);
 
 }  // namespace ovattr

@@ -13,6 +13,7 @@
 #include "tools/ovattr/forms.h"
 #include "tools/ovattr/output.h"
 #include "tools/ovattr/packages.h"
+#include "tools/ovattr/pointer.h"
 #include "tools/ovattr/values.h"
 
 namespace ovattr {
@@ -21,20 +22,6 @@ namespace {
 using ovattribute::AttributeMap;
 using ovattribute::AttributeValue;
 using ovattribute::ValueTypeId;
-
-std::string escaped(const std::string& name) {
-  std::string result;
-  for (const char c : name) {
-    if (c == '~') {
-      result += "~0";
-    } else if (c == '/') {
-      result += "~1";
-    } else {
-      result += c;
-    }
-  }
-  return result;
-}
 
 bool is_map(const AttributeValue& value) {
   return value.type() == ValueTypeId::typeAttributeMap && value.size() == 1;
@@ -113,7 +100,7 @@ class Difference {
     for (const auto& entry : b)
       names.insert(entry.first.value());
     for (const std::string& name : names) {
-      compare_places(pointer + '/' + escaped(name), a.query_ptr(name), b.query_ptr(name));
+      compare_places(pointer + '/' + Pointer::escaped(name), a.query_ptr(name), b.query_ptr(name));
     }
   }
 

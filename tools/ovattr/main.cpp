@@ -17,15 +17,7 @@ namespace {
 constexpr int bad_data = 1;
 constexpr int bad_usage = 2;
 
-/// On one line, whatever stood in the data.
-void report(std::string message) {
-  Progress::of_process().stop();
-  std::replace_if(
-      message.begin(), message.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-  std::fprintf(stderr, "ovattr: %s\n", message.c_str());
-}
-
-void report(const FileFailure& failure, bool verbose) {
+void report_failure(const FileFailure& failure, bool verbose) {
   std::string message = failure.file() + ": " + failure.what();
   for (const auto* e = failure.info()->cause().get(); e != nullptr; e = e->cause().get()) {
     message += ": " + e->message();
@@ -55,6 +47,10 @@ int run(int argc, char** argv) {
   add_diff(app);
   add_inspect(app);
   add_package(app);
+  add_keygen(app);
+  add_seal(app);
+  add_open(app);
+  add_check(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -65,7 +61,7 @@ int run(int argc, char** argv) {
   } catch (const Finding&) {
     return bad_data;
   } catch (const FileFailure& e) {
-    report(e, verbose);
+    report_failure(e, verbose);
     return bad_data;
   } catch (const std::exception& e) {
     report(e.what());
@@ -75,6 +71,13 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+void report(std::string message) {
+  Progress::of_process().stop();
+  std::replace_if(
+      message.begin(), message.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+  std::fprintf(stderr, "ovattr: %s\n", message.c_str());
+}
 
 void fail(const std::string& file, ovcore::SourceString message) {
   try {

@@ -5,6 +5,8 @@
 #include <cstddef>
 
 #include "ovattribute/attribute_map.h"
+#include "ovattribute/error_codes.h"
+#include "ovcore/error_composer.h"
 
 namespace ovattr {
 namespace {
@@ -46,6 +48,47 @@ std::optional<AttributeValue> child_of(const AttributeValue& value, const std::s
   return value.size() == 1 ? value : value.subrange(*index, 1);
 }
 
+[[noreturn]] void raise(const char* message, const std::vector<std::string>& tokens) {
+  std::string pointer;
+  for (const std::string& token : tokens)
+    pointer += '/' + Pointer::escaped(token);
+  ovcore::ErrorComposer(message)
+      .add("pointer", pointer)
+      .throw_error(ovattribute::error::ovattribute_invalidParameter,
+                   {"tools/ovattr/pointer", "ovattr::Pointer::replace_in()", 0});
+}
+
+/// The list with another map at an index.
+AttributeValue with_map(const AttributeValue& list, std::size_t index, const AttributeValue& map) {
+  const auto elements = list.elements<AttributeMap>();
+  std::vector<AttributeMap> maps(elements.begin(), elements.end());
+  maps[index] = map.get<AttributeMap>();
+  return AttributeValue::list_of(maps);
+}
+
+AttributeValue replaced(const AttributeValue& value, const std::vector<std::string>& tokens,
+                        std::size_t done, const Pointer::Change& change) {
+  if (done == tokens.size()) return change(value);
+  const std::string& token = tokens[done];
+  const bool is_map = value.type() == ValueTypeId::typeAttributeMap;
+  if (is_map && value.size() == 1) {
+    const AttributeMap& map = value.get<AttributeMap>();
+    if (const AttributeValue* child = map.query_ptr(token); child != nullptr) {
+      ovattribute::MutableAttributeMap result(map);
+      result.add(token, replaced(*child, tokens, done + 1, change));
+      return AttributeValue(AttributeMap(std::move(result)));
+    }
+  }
+  const std::optional<std::size_t> index = index_of(token);
+  if (!index || *index >= value.size()) raise("Nothing at {@pointer}", tokens);
+  if (done + 1 == tokens.size()) {
+    raise("{@pointer} is an element of a list, not an attribute", tokens);
+  }
+  if (value.size() == 1) return replaced(value, tokens, done + 1, change);
+  const AttributeValue element = replaced(value.subrange(*index, 1), tokens, done + 1, change);
+  return with_map(value, *index, element);
+}
+
 }  // namespace
 
 std::optional<Pointer> Pointer::parse(const std::string& text) {
@@ -70,6 +113,24 @@ std::optional<AttributeValue> Pointer::find_in(const AttributeValue& whole) cons
     if (!value) break;
   }
   return value;
+}
+
+std::string Pointer::escaped(const std::string& name) {
+  std::string result;
+  for (const char c : name) {
+    if (c == '~') {
+      result += "~0";
+    } else if (c == '/') {
+      result += "~1";
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
+AttributeValue Pointer::replace_in(const AttributeValue& whole, const Change& change) const {
+  return replaced(whole, m_tokens, 0, change);
 }
 
 }  // namespace ovattr

@@ -2,6 +2,7 @@
 // JSON pointers (RFC 6901) into attribute values.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,10 +19,21 @@ class Pointer {
 
   [[nodiscard]] const std::vector<std::string>& tokens() const noexcept { return m_tokens; }
 
+  /// A name as it stands in a pointer.
+  [[nodiscard]] static std::string escaped(const std::string& name);
+
   /// The value pointed at, empty when there is none. A name leads into a map; an index into a list,
   /// and to a scalar as its only element, where a map with an attribute of that name goes first.
   [[nodiscard]] std::optional<ovattribute::AttributeValue> find_in(
       const ovattribute::AttributeValue& whole) const;
+
+  /// The whole with what `change` makes of the value pointed at in its place. Raises
+  /// `ovattribute_invalidParameter` when there is none, or when it is pointed at as an element of a
+  /// list: the elements of a list are of one type.
+  using Change =
+      std::function<ovattribute::AttributeValue(const ovattribute::AttributeValue& value)>;
+  [[nodiscard]] ovattribute::AttributeValue replace_in(const ovattribute::AttributeValue& whole,
+                                                       const Change& change) const;
 
  private:
   std::vector<std::string> m_tokens;

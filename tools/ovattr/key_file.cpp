@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/ovattr/key_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+
+#include "ovcore/read_stream.h"
+#include "ovcore/write_stream.h"
+#include "tools/ovattr/command.h"
+
+namespace ovattr {
+namespace {
+
+constexpr std::size_t small_key = 16;
+constexpr std::size_t large_key = 32;
+
+ovcrypto::Key read_from(ovcore::IReadStream& stream, const std::string& name) {
+  ovcrypto::Key key(large_key + 1);  // the byte more shows what is too large
+  const std::size_t size = stream.read(key.data(), key.size());
+  if (size != small_key && size != large_key) fail(name, "A key is exactly 16 or 32 bytes");
+  key.resize(size);
+  return key;
+}
+
+/// A file that is gone again unless it is kept.
+class NewFile {
+ public:
+  explicit NewFile(const std::string& file)
+      : m_file(file),
+        m_descriptor(
+            ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
+    if (m_descriptor < 0) fail_creating();
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+  ~NewFile() {
+    if (m_descriptor < 0) return;
+    ::close(m_descriptor);
+    ::unlink(m_file.c_str());
+  }
+
+  [[nodiscard]] int descriptor() const noexcept { return m_descriptor; }
+  void keep() {
+    if (::fchmod(m_descriptor, S_IRUSR | S_IWUSR) != 0 || ::fsync(m_descriptor) != 0) {
+      fail_creating();
+    }
+    ::close(m_descriptor);
+    m_descriptor = -1;
+  }
+
+ private:
+  [[noreturn]] void fail_creating() const {
+    fail(m_file, std::string("Creating the key file failed: ") + std::strerror(errno));
+  }
+
+  const std::string m_file;
+  int m_descriptor;
+};
+
+}  // namespace
+
+std::string KeySource::name() const {
+  return descriptor ? "file descriptor " + std::to_string(*descriptor) : file;
+}
+
+ovcrypto::Key KeySource::read() const {
+  if (!descriptor && file.empty()) {
+    throw UsageError("--key-file or --key-fd says where the key is");
+  }
+  return about_file(name(), [&] {
+    if (descriptor) {
+      return read_from(*ovcore::make_ref_counted<ovcore::FileReadStream>(*descriptor), name());
+    }
+    return read_from(*ovcore::make_ref_counted<ovcore::FileReadStream>(file), name());
+  });
+}
+
+void add_key_options(CLI::App& command, KeySource& source) {
+  CLI::Option* const file =
+      command.add_option("--key-file", source.file, "The file of the key: 16 or 32 raw bytes")
+          ->option_text("FILE");
+  command
+      .add_option("--key-fd", source.descriptor,
+                  "An open file descriptor to read the key from, instead of a file")
+      ->check(CLI::NonNegativeNumber)
+      ->option_text("N")
+      ->excludes(file);
+}
+
+void write_new_key_file(const std::string& file, const ovcrypto::Key& key) {
+  NewFile created(file);
+  about_file(file, [&] {
+    ovcore::make_ref_counted<ovcore::FileWriteStream>(created.descriptor())
+        ->write(key.data(), key.size());
+  });
+  created.keep();
+}
+
+}  // namespace ovattr

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/ovattr/sealed_values.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <utility>
+
+#include "ovattribute/attribute_map.h"
+#include "ovattribute/error_codes.h"
+#include "ovattribute/nesting.h"
+#include "ovcore/error_composer.h"
+#include "tools/ovattr/command.h"
+
+namespace ovattr {
+namespace {
+
+using ovattribute::AttributeMap;
+using ovattribute::AttributeValue;
+using ovattribute::MutableAttributeMap;
+using ovattribute::SecuredValue;
+using ovattribute::ValueTypeId;
+
+[[noreturn]] void raise(const char* message, const std::string& pointer) {
+  ovcore::ErrorComposer(message)
+      .add("pointer", pointer)
+      .throw_error(ovattribute::error::ovattribute_invalidParameter,
+                   {"tools/ovattr/sealed_values", "ovattr::visit_sealed()", 0});
+}
+
+class Visitor {
+ public:
+  explicit Visitor(const Visit& visit) : m_visit(visit) {}
+
+  /// Whether the value has changed.
+  bool visit(AttributeValue& value, const std::string& pointer, std::size_t depth) {
+    if (depth > ovattribute::nesting_limit()) raise("Sealed values nest too deep", pointer);
+    if (value.type() == ValueTypeId::typeSecured) return visit_secured(value, pointer, depth);
+    if (value.type() == ValueTypeId::typeAttributeMap) return visit_maps(value, pointer, depth);
+    return false;
+  }
+
+ private:
+  bool visit_secured(AttributeValue& value, const std::string& pointer, std::size_t depth) {
+    if (value.size() != 1) {
+      visit_list(value, pointer);
+      return false;
+    }
+    std::optional<AttributeValue> inside = m_visit(value.get<SecuredValue>(), pointer);
+    if (!inside) return false;
+    visit(*inside, pointer, depth + 1);
+    value = std::move(*inside);
+    return true;
+  }
+
+  void visit_list(const AttributeValue& list, const std::string& pointer) {
+    for (std::size_t i = 0; i < list.size(); ++i) {
+      const std::string place = pointer + '/' + std::to_string(i);
+      if (m_visit(list.at<SecuredValue>(i), place)) {
+        raise("{@pointer} is an element of a list, which cannot be opened by itself", place);
+      }
+    }
+  }
+
+  bool visit_maps(AttributeValue& value, const std::string& pointer, std::size_t depth) {
+    const auto elements = value.elements<AttributeMap>();
+    std::vector<AttributeMap> maps(elements.begin(), elements.end());
+    bool any = false;
+    for (std::size_t i = 0; i < maps.size(); ++i) {
+      const std::string place = maps.size() == 1 ? pointer : pointer + '/' + std::to_string(i);
+      if (visit_map(maps[i], place, depth)) any = true;
+    }
+    if (any) value = AttributeValue::list_of(maps);
+    return any;
+  }
+
+  bool visit_map(AttributeMap& map, const std::string& pointer, std::size_t depth) {
+    MutableAttributeMap changed(map);
+    bool any = false;
+    for (const auto& entry : std::as_const(map)) {
+      AttributeValue value = entry.second;
+      const std::string place = pointer + '/' + Pointer::escaped(entry.first.value());
+      if (!visit(value, place, depth + 1)) continue;
+      changed.add(entry.first, std::move(value));
+      any = true;
+    }
+    if (any) map = AttributeMap(std::move(changed));
+    return any;
+  }
+
+  const Visit& m_visit;
+};
+
+}  // namespace
+
+void add_at_option(CLI::App& command, std::string& text, const char* description) {
+  command.add_option("--at", text, description)->option_text("POINTER");
+}
+
+Pointer pointer_of_option(const std::string& text) {
+  std::optional<Pointer> pointer = Pointer::parse(text);
+  if (!pointer) throw UsageError("--at: " + text + " is not a JSON pointer");
+  return std::move(*pointer);
+}
+
+const SecuredValue& sealed_value(const AttributeValue& value, const std::string& pointer) {
+  if (value.type() != ValueTypeId::typeSecured || value.size() != 1) {
+    raise("What is at '{@pointer}' is not sealed", pointer);
+  }
+  return value.get<SecuredValue>();
+}
+
+std::string place_in(const std::string& file, const std::string& pointer) {
+  return pointer.empty() ? file : file + ": " + pointer;
+}
+
+AttributeValue visit_sealed(const AttributeValue& whole, const Visit& visit) {
+  AttributeValue value = whole;
+  Visitor(visit).visit(value, "", 0);
+  return value;
+}
+
+bool is_refusal(const ovcore::ErrorInfo& error) {
+  using namespace ovattribute::error;
+  return error.code() == ovattribute_value_secured_keysize ||
+         error.code() == ovattribute_value_secured_ciphertext ||
+         error.code() == ovattribute_value_secured_authentication ||
+         error.code() == ovattribute_value_secured_cipher_unknown;
+}
+
+void KeyFindings::add_authentic(const SecuredValue& sealed) {
+  m_authentic.push_back(sealed.key_id());
+}
+
+void KeyFindings::add_refused(const SecuredValue& sealed, const std::string& pointer,
+                              ErrorInfoPtr why) {
+  m_refused.push_back({sealed.key_id(), pointer, std::move(why)});
+}
+
+void KeyFindings::judge(const std::string& file) const {
+  if (m_authentic.empty() && m_refused.empty()) fail(file, "There is no sealed value");
+  for (const Refusal& refusal : m_refused) {
+    const bool same_key =
+        std::find(m_authentic.begin(), m_authentic.end(), refusal.key_id) != m_authentic.end();
+    if (!same_key && !m_authentic.empty()) continue;
+    throw FileFailure(place_in(file, refusal.pointer), refusal.why);
+  }
+  if (m_refused.empty()) return;
+  report(file + ": " + std::to_string(m_refused.size()) +
+         " sealed under other keys, or changed; the first is " + m_refused.front().pointer);
+}
+
+}  // namespace ovattr
