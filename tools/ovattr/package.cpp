@@ -20,7 +20,6 @@ namespace {
 using ovattribute::AttributeMap;
 using ovattribute::AttributeName;
 using ovattribute::AttributeNamePackage;
-using ovattribute::AttributeNamePackageSet;
 using ovattribute::AttributeValue;
 
 /// Writes a package or a set of them.
