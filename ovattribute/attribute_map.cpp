@@ -57,8 +57,22 @@ void Holder::destroy() noexcept {
   ::operator delete(static_cast<void*>(this));
 }
 
+ovcore::RefCountPtr<Holder> Holder::make(std::size_t room) {
+  constexpr std::size_t size =
+      (sizeof(MapHolder) + Map::room_alignment - 1) / Map::room_alignment * Map::room_alignment;
+  auto* const memory = static_cast<std::byte*>(::operator new(size + Map::room_size(room)));
+  auto* const holder = ::new (static_cast<void*>(memory)) MapHolder();
+  holder->map.lend_room(memory + size, room);
+  return ovcore::RefCountPtr<MapHolder>::adopt(holder);
+}
+
+// The room of large maps is given back when they are emptied.
 ovcore::RefCountPtr<Holder> Holder::clone() const {
-  return ovcore::make_ref_counted<MapHolder>(map);
+  constexpr std::size_t most_beside = 16;
+  if (map.size() > most_beside) return ovcore::make_ref_counted<MapHolder>(map);
+  ovcore::RefCountPtr<MapHolder> copy = make(std::max(map.size(), Map::default_room));
+  copy->map.append_all(map);
+  return copy;
 }
 
 AttributeMapBase::AttributeMapBase() noexcept : m_pImpl(sm_pEmptyImpl) {}
@@ -78,7 +92,7 @@ AttributeMap AttributeMapBase::merged_with(const AttributeMapBase& other) const 
 }
 
 ovcore::RefCountPtr<Holder> AttributeMapBase::merged_aux(const Map& preferred, const Map& second) {
-  auto result = ovcore::make_ref_counted<MapHolder>();
+  auto result = MapHolder::make();
   const auto append = [&result](const_iterator entry) {
     result->map.append(entry->first, entry->second);
   };
@@ -187,7 +201,7 @@ MutableAttributeMap::MutableAttributeMap(std::initializer_list<value_type> entri
 ovcore::RefCountPtr<Holder> MutableAttributeMap::prepare_modify() {
   ovcore::RefCountPtr<Holder> other;
   if (!m_pImpl) {
-    m_pImpl = ovcore::make_ref_counted<MapHolder>();
+    m_pImpl = MapHolder::make();
   } else if (!m_pImpl->has_unique_ref()) {
     other = m_pImpl->clone();
     other.swap(m_pImpl);
@@ -261,7 +275,7 @@ void MutableAttributeMap::clear() {
   if (m_pImpl && m_pImpl->has_unique_ref()) {
     m_pImpl->map.clear();
   } else {
-    m_pImpl = ovcore::make_ref_counted<MapHolder>();
+    m_pImpl = MapHolder::make();
   }
 }
 

@@ -50,6 +50,8 @@ class OV_EXPORT AttributeMapBase {
   class OV_EXPORT MapHolder final : public ovcore::RefCounted {
    public:
     MapHolder() noexcept = default;
+    /// A holder with room for a few entries beside it, in the same piece of memory.
+    [[nodiscard]] static ovcore::RefCountPtr<MapHolder> make(std::size_t room = Map::default_room);
     /// For the empty holder, which is static.
     struct Permanent {};
     explicit constexpr MapHolder(Permanent) noexcept : RefCounted(2) {}
@@ -165,6 +167,8 @@ class OV_EXPORT AttributeMapBase {
   AttributeMapBase() noexcept;
   explicit AttributeMapBase(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
       : m_pImpl(holder) {}
+  explicit AttributeMapBase(ovcore::RefCountPtr<MapHolder>&& holder) noexcept
+      : m_pImpl(std::move(holder)) {}
   AttributeMapBase(const AttributeMapBase&) noexcept = default;
   AttributeMapBase(AttributeMapBase&&) noexcept = default;
   ~AttributeMapBase() = default;
@@ -233,6 +237,8 @@ class OV_EXPORT AttributeMap : public AttributeMapBase {
 
   explicit AttributeMap(const ovcore::RefCountPtr<MapHolder>& holder) noexcept
       : AttributeMapBase(holder) {}
+  explicit AttributeMap(ovcore::RefCountPtr<MapHolder>&& holder) noexcept
+      : AttributeMapBase(std::move(holder)) {}
 };
 
 /// The copy-on-write view. Every operation that could change the map, mutable iterators included,

@@ -52,8 +52,8 @@ AttributeValue::AttributeValue(std::string value)
 AttributeValue::AttributeValue(const char* text)
     : AttributeValue(ovcore::SourceString(text).view()) {}
 AttributeValue::AttributeValue(const char* text, std::size_t size)
-    : AttributeValue(std::string(text, size)) {}
-AttributeValue::AttributeValue(std::string_view text) : AttributeValue(std::string(text)) {}
+    : AttributeValue(std::string_view(text, size)) {}
+AttributeValue::AttributeValue(std::string_view text) : m_holder(impl::create_string(text)) {}
 AttributeValue::AttributeValue(const ovcore::Uuid& value)
     : m_holder(impl::ValueFactory<ovcore::Uuid>::create_value(value)) {}
 AttributeValue::AttributeValue(const ovuri::UriReference& value)

@@ -12,6 +12,7 @@
 #include "ovattribute/attribute_value.h"
 #include "ovattribute/binary_value.h"
 #include "ovattribute/error_codes.h"
+#include "ovattribute/impl/string_maker.h"
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
 #include "ovcore/exception.h"
@@ -210,7 +211,18 @@ RefCountedValueImpl<T>::~RefCountedValueImpl() {
 
 template <class T>
 void RefCountedValueImpl<T>::release() noexcept {
-  if (m_refs.decrement()) delete this;
+  if (m_refs.decrement()) destroy();
+}
+
+template <class T>
+void RefCountedValueImpl<T>::destroy() noexcept {
+  StorageBlock* const block = m_block;
+  if (block == nullptr) {
+    delete this;
+    return;
+  }
+  this->~RefCountedValueImpl();
+  block->let_go(1);
 }
 
 template <class T>
@@ -371,6 +383,11 @@ ValueBase* ValueFactory<T>::create_value(T element) {
   } else {
     return new SingleValueImpl<T>(std::move(element));
   }
+}
+
+ValueBase* create_string(std::string_view text) {
+  if (text.empty()) return shared_empty_string().clone();
+  return new RefCountedValueImpl<std::string>(std::in_place, text);
 }
 
 template <class T>

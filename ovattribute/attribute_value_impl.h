@@ -9,6 +9,7 @@
 #include <ostream>
 #include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -254,14 +255,27 @@ class OV_EXPORT TypedValue : public ValueBase {
   T* m_end;
 };
 
+class StorageBlock;
+
 /// Any number of elements, shared between handles. The first element has its place inside the
 /// object, so that a scalar string is one allocation besides its text.
 template <class T>
 class OV_EXPORT RefCountedValueImpl final : public TypedValue<T> {
  public:
   RefCountedValueImpl() noexcept : TypedValue<T>(local(), local()), m_limit(local() + 1) {}
-  explicit RefCountedValueImpl(T element) noexcept : RefCountedValueImpl() {
-    push_back(std::move(element));
+  explicit RefCountedValueImpl(T element) noexcept
+      : RefCountedValueImpl(std::in_place, std::move(element)) {}
+  /// One element, made in place.
+  template <class... Args>
+  explicit RefCountedValueImpl(std::in_place_t, Args&&... args) : RefCountedValueImpl() {
+    std::construct_at(local(), std::forward<Args>(args)...);
+    ++this->m_end;
+  }
+  /// The same, in a place of the block.
+  template <class Arg>
+  RefCountedValueImpl(StorageBlock& block, Arg&& arg)
+      : RefCountedValueImpl(std::in_place, std::forward<Arg>(arg)) {
+    m_block = &block;
   }
   explicit RefCountedValueImpl(std::span<const T> elements);
   ~RefCountedValueImpl() override;
@@ -287,8 +301,11 @@ class OV_EXPORT RefCountedValueImpl final : public TypedValue<T> {
   void relocate(std::size_t capacity);
   void remove_all() noexcept;
 
+  void destroy() noexcept;
+
   ovcore::AtomicRefCount m_refs;
-  T* m_limit;  // end of the place for elements
+  T* m_limit;                       // end of the place for elements
+  StorageBlock* m_block = nullptr;  // of which this object has a place; null on the heap
   alignas(T) std::byte m_local[sizeof(T)];
 };
 
@@ -363,6 +380,8 @@ struct OV_EXPORT ValueFactory {
   /// A list, also for one element.
   [[nodiscard]] static ValueBase* create_list(std::span<const T> elements);
 };
+/// The same as from a string, copying the text once.
+[[nodiscard]] OV_EXPORT ValueBase* create_string(std::string_view text);
 
 /// The one storage of Null.
 class OV_EXPORT NullSingleton final : public TypedValue<NullValueType> {

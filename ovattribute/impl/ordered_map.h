@@ -89,11 +89,7 @@ class OrderedMap {
   using const_iterator = Iterator<true>;
 
   constexpr OrderedMap() noexcept : m_end{&m_end, &m_end} {}
-  OrderedMap(const OrderedMap& other) : OrderedMap() {
-    reserve(other.size());
-    for (const value_type& entry : other)
-      append(entry.first, entry.second);
-  }
+  OrderedMap(const OrderedMap& other) : OrderedMap() { append_all(other); }
   OrderedMap(OrderedMap&& other) noexcept : OrderedMap() { swap(other); }
   OrderedMap& operator=(OrderedMap other) noexcept {
     swap(other);
@@ -129,6 +125,15 @@ class OrderedMap {
     return const_iterator(above(WordOf()(key)));
   }
 
+  /// Memory in which the first entries will lie, aligned as `room_alignment`; it outlives the map.
+  /// REQUIRES: the map is new, and never swapped for one that lives longer.
+  static constexpr std::size_t room_alignment = SlabPool<Node>::alignment;
+  static constexpr std::size_t default_room = SlabPool<Node>::first_slab;
+  [[nodiscard]] static constexpr std::size_t room_size(std::size_t count) noexcept {
+    return SlabPool<Node>::lent_size(count);
+  }
+  void lend_room(void* memory, std::size_t count) noexcept { m_pool.lend(memory, count); }
+
   /// Makes room for `count` entries in all, the new ones in one piece.
   void reserve(std::size_t count) {
     if (count > m_size) m_pool.reserve(count - m_size);
@@ -143,6 +148,13 @@ class OrderedMap {
   iterator append(K&& key, Args&&... value) {
     Node* const node = make_node(std::forward<K>(key), std::forward<Args>(value)...);
     return link_new(node, &m_end, [&] { m_index.append(word_of(node), node); });
+  }
+
+  /// Adds the entries of another map. REQUIRES: this one is empty. On failure some were added.
+  void append_all(const OrderedMap& other) {
+    reserve(other.size());
+    for (const value_type& entry : other)
+      append(entry.first, entry.second);
   }
 
   /// An entry whose key is present stays as it is.

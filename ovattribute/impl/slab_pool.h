@@ -17,10 +17,24 @@ namespace ovattribute::impl {
 template <class Node>
 class SlabPool {
  public:
+  // JSON objects and the like mostly have three to eight members.
+  static constexpr std::size_t first_slab = 6;
+
   SlabPool() noexcept = default;
   SlabPool(const SlabPool&) = delete;
   SlabPool& operator=(const SlabPool&) = delete;
   ~SlabPool() { clear(); }
+
+  /// Bytes that `lend` needs for a number of nodes.
+  [[nodiscard]] static constexpr std::size_t lent_size(std::size_t count) noexcept {
+    return sizeof(Slab) + count * sizeof(Node);
+  }
+  /// Room for the first nodes in memory that outlives the pool, aligned as `alignment`. REQUIRES:
+  /// the pool is empty.
+  static constexpr std::size_t alignment = std::max(alignof(Node), alignof(void*));
+  void lend(void* memory, std::size_t count) noexcept {
+    m_newest = ::new (memory) Slab{nullptr, 0, static_cast<std::uint32_t>(count), true};
+  }
 
   /// Makes the next `count` nodes neighbours. Raises `std::bad_alloc`, as `take` does.
   void reserve(std::size_t count) {
@@ -35,7 +49,7 @@ class SlabPool {
   }
   void give_back(void* node) noexcept {
     if (m_newest->used > 0 && node == m_newest->node(m_newest->used - 1)) {
-      if (--m_newest->used == 0) drop_newest();
+      if (--m_newest->used == 0 && !m_newest->is_lent) drop_newest();
     } else {
       m_free = ::new (node) FreeNode{m_free};
     }
@@ -73,16 +87,15 @@ class SlabPool {
   }
 
  private:
-  // JSON objects and the like mostly have three to eight members.
-  static constexpr std::size_t first_slab = 6;
   static constexpr std::size_t second_slab = 4;
   static_assert(alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 
   /// Followed in memory by its nodes, of which the first `used` are handed out or on the free list.
-  struct alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) Slab {
+  struct alignas(Node) Slab {
     Slab* older;
     std::uint32_t used;
-    std::uint32_t capacity;
+    std::uint32_t capacity : 31;
+    bool is_lent : 1;
 
     Node* node(std::size_t i) noexcept { return reinterpret_cast<Node*>(this + 1) + i; }
   };
@@ -94,13 +107,14 @@ class SlabPool {
     return m_newest != nullptr ? m_newest->capacity - m_newest->used : 0;
   }
   void add_slab(std::size_t capacity) {
-    capacity = std::min<std::size_t>(capacity, std::numeric_limits<std::uint32_t>::max());
-    void* const memory = ::operator new(sizeof(Slab) + capacity * sizeof(Node));
-    m_newest = ::new (memory) Slab{m_newest, 0, static_cast<std::uint32_t>(capacity)};
+    capacity = std::min<std::size_t>(capacity, std::numeric_limits<std::int32_t>::max());
+    void* const memory = ::operator new(lent_size(capacity));
+    m_newest =
+        ::new (memory) Slab{m_newest, 0, static_cast<std::uint32_t>(capacity) & 0x7fffffff, false};
   }
   void drop_newest() noexcept {
     Slab* const slab = std::exchange(m_newest, m_newest->older);
-    ::operator delete(slab);
+    if (!slab->is_lent) ::operator delete(slab);
   }
 
   Slab* m_newest = nullptr;

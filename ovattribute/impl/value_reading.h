@@ -13,6 +13,7 @@
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/binary_value.h"
+#include "ovattribute/impl/map_access.h"
 #include "ovattribute/impl/type_tag.h"
 #include "ovattribute/impl/visit_elements.h"
 #include "ovattribute/nesting.h"
@@ -27,14 +28,6 @@
 #include "ovuri/uri_stream.h"
 
 namespace ovattribute::impl {
-
-/// For readers, which build maps themselves.
-struct MapAccess {
-  static AttributeMap adopt(
-      const ovcore::RefCountPtr<AttributeMapBase::MapHolder>& holder) noexcept {
-    return AttributeMap(holder);
-  }
-};
 
 struct PlainNameReader {
   AttributeName operator()(ovserialize::Reader& reader) const { return reader.read_string_key(); }
@@ -206,7 +199,7 @@ class ValueReading {
     } else if constexpr (std::same_as<T, AttributeMap>) {
       auto holder = ovcore::make_ref_counted<AttributeMapBase::MapHolder>();
       read_entries(holder->map);
-      return holder->map.empty() ? AttributeMap() : MapAccess::adopt(holder);
+      return holder->map.empty() ? AttributeMap() : MapAccess::adopt(std::move(holder));
     } else {
       T element{};
       m_reader >> element;
