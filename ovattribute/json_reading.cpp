@@ -4,21 +4,24 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/impl/json_serialized.h"
+#include "ovattribute/impl/map_access.h"
+#include "ovattribute/impl/string_maker.h"
 #include "ovattribute/json_marshaler.h"
 #include "ovjson/error_codes.h"
+#include "ovjson/impl/item_walk.h"
+#include "ovjson/impl/number.h"
 #include "ovjson/reader.h"
 
 namespace ovattribute {
 namespace {
 
 using Kind = ovjson::Reader::Kind;
-using Value = ovjson::Reader::Value;
-using ValuePtr = ovjson::Reader::ValuePtr;
 template <class T>
 using Elements = impl::RefCountedValueImpl<T>;
 
@@ -40,37 +43,24 @@ bool held_by_double(long long i) {
                                          static_cast<long long>(static_cast<double>(i)) == i);
 }
 
+/// Reads the reader's current value. What is read next is the item of the walk.
 class JsonReading {
  public:
   JsonReading(ovjson::Reader& reader, const JsonReadOptions& options) noexcept
-      : m_reader(reader), m_options(options) {}
+      : m_reader(reader), m_options(options), m_walk(reader) {}
 
-  AttributeValue read_root() {
-    ValuePtr value = m_reader.current_value();
-    if (value && value->kind() == Kind::root) value = m_reader.next_value();
-    if (!value) raise("Expecting JSON value", "read_attribute_value()");
-    return read(value);
-  }
-
- private:
-  [[noreturn]] void raise(ovcore::SourceString message, const char* function,
-                          std::initializer_list<ovcore::ErrorInfo::Parameter> parameters = {}) {
-    m_reader.raise_error(ovjson::error::ovjson_reader, message, parameters,
-                         {"ovattribute/json_marshaler", function, 0});
-  }
-
-  AttributeValue read(const ValuePtr& value) {
-    switch (value->kind()) {
+  AttributeValue read() {
+    switch (m_walk.kind()) {
       case Kind::boolean:
-        return value->as_bool();
+        return m_walk.boolean();
       case Kind::number:
-        return read_number(*value);
+        return read_number();
       case Kind::string:
-        return value->take_string();
+        return read_string();
       case Kind::object:
-        return read_object(value);
+        return read_object();
       case Kind::array:
-        return read_array(value);
+        return read_array();
       case Kind::root:
       case Kind::null:
         break;
@@ -78,110 +68,127 @@ class JsonReading {
     return {};
   }
 
+ private:
+  [[noreturn]] void raise(ovcore::SourceString message,
+                          std::initializer_list<ovcore::ErrorInfo::Parameter> parameters = {}) {
+    m_walk.make_current();
+    m_reader.raise_error(ovjson::error::ovjson_reader, message, parameters,
+                         {"ovattribute/json_marshaler", "ovattribute::impl::read_json_array()", 0});
+  }
+
+  AttributeValue read_string() {
+    std::string_view text;
+    return impl::ValueAccess::adopt(
+        m_walk.take_plain_text(text) ? m_strings.make(text) : m_strings.make(m_walk.take_text()));
+  }
+
+  std::string read_element() {
+    std::string_view text;
+    return m_walk.take_plain_text(text) ? std::string(text) : m_walk.take_text();
+  }
+
   /// The number as Integer when it is written as one: in the exact mode, or where a double says the
   /// same.
-  std::optional<long long> literal(const Value& value) const {
-    const std::optional<std::int64_t> exact = value.as_integer();
+  std::optional<long long> literal() const {
+    const auto exact = ovjson::impl::number_as_integer(m_walk.number_text());
     if (exact && (m_options.exact_integers || held_by_double(*exact))) return *exact;
     return std::nullopt;
   }
 
-  AttributeValue read_number(const Value& value) {
-    if (const auto exact = literal(value)) return *exact;
-    const double d = value.as_double();
+  double as_double() {
+    const std::optional<double> d = ovjson::impl::number_as_double(m_walk.number_text());
+    return d ? *d : m_walk.make_current()->as_double();  // which raises the reader's error
+  }
+
+  AttributeValue read_number() {
+    if (const auto exact = literal()) return *exact;
+    const double d = as_double();
     if (const auto i = integral(d)) return *i;
     return d;
   }
 
-  AttributeValue read_object(const ValuePtr& object) {
-    ValuePtr member = m_reader.next_child(object);
-    if (!member || member->member_name() != serialized_name) return read_members(object, member);
-    AttributeValue result = impl::read_serialized_attribute_value(m_reader, member);
-    do {
-      member.reset();
-      member = m_reader.next_child(object);
-    } while (member);
+  AttributeValue read_object() {
+    const std::size_t depth = m_walk.depth();
+    if (!m_walk.next()) return AttributeMap();
+    if (m_walk.name().value() != serialized_name) return read_members();
+    AttributeValue result = impl::read_serialized_attribute_value(m_reader, m_walk.make_current());
+    m_walk.leave(depth);
     return result;
   }
 
-  AttributeMap read_members(const ValuePtr& object, ValuePtr& member) {
-    MutableAttributeMap map;
-    while (member) {
-      const AttributeName name(member->member_key());
-      if (m_options.refuse_repeated_names && map.exists(name)) refuse_repeated(name, *member);
-      map.add(name, read(member));
-      member.reset();  // a value that nobody holds is used again
-      member = m_reader.next_child(object);
-    }
-    return map;
+  /// From the first member on.
+  AttributeMap read_members() {
+    auto holder = AttributeMapBase::MapHolder::make();
+    AttributeMapBase::Map& map = holder->map;
+    do {
+      AttributeName name(m_walk.name());
+      if (m_options.refuse_repeated_names && map.count(name) > 0) refuse_repeated(name);
+      AttributeValue value = read();
+      const auto [position, inserted] = map.try_emplace(std::move(name), std::move(value));
+      if (!inserted) position->second.swap(value);
+    } while (m_walk.next());
+    return impl::MapAccess::adopt(std::move(holder));
   }
 
-  [[noreturn]] void refuse_repeated(const AttributeName& name, const Value& member) {
+  [[noreturn]] void refuse_repeated(const AttributeName& name) {
+    m_walk.make_current();
     m_reader.raise_error_at(
-        member.name_position(), ovjson::error::ovjson_reader, "Repeated member name '{@name}'",
+        m_walk.name_position(), ovjson::error::ovjson_reader, "Repeated member name '{@name}'",
         {{"name", name.value()}},
         {"ovattribute/json_marshaler", "ovattribute::impl::read_json_object()", 0});
   }
 
-  AttributeValue read_array(const ValuePtr& array) {
-    const ValuePtr first = m_reader.next_child(array);
-    if (!first) return AttributeValue(ValueTypeId::typeString);
-    switch (first->kind()) {
+  AttributeValue read_array() {
+    if (!m_walk.next()) return AttributeValue(ValueTypeId::typeString);
+    switch (m_walk.kind()) {
       case Kind::object:
-        return read_elements<AttributeMap>(array, first, [this](const ValuePtr& element) {
-          ValuePtr member = m_reader.next_child(element);
-          return read_members(element, member);
-        });
+        return read_elements<AttributeMap>(
+            [this] { return m_walk.next() ? read_members() : AttributeMap(); });
       case Kind::boolean:
-        return read_elements<bool>(array, first,
-                                   [](const ValuePtr& element) { return element->as_bool(); });
+        return read_elements<bool>([this] { return m_walk.boolean(); });
       case Kind::string:
-        return read_elements<std::string>(
-            array, first, [](const ValuePtr& element) { return element->take_string(); });
+        return read_elements<std::string>([this] { return read_element(); });
       case Kind::number:
-        return read_numbers(array, first);
+        return read_numbers();
       case Kind::array:
-        raise("Array of Array elements not supported.", array_function);
+        raise("Array of Array elements not supported.");
       case Kind::null:
       case Kind::root:
         break;
     }
-    raise("Array of null elements not supported.", array_function);
+    raise("Array of null elements not supported.");
   }
 
+  /// From the first element on.
   template <class F>
-  void for_each_element(const ValuePtr& array, ValuePtr element, F&& f) {
-    const Kind expected = element->kind();
+  void for_each_element(F&& f) {
+    const Kind expected = m_walk.kind();
     do {
-      if (element->kind() != expected) {
+      if (m_walk.kind() != expected) {
         raise(
             "All array elements must be of same type.  Expecting '{@expected}' found '{@actual}'.",
-            array_function,
             {{"expected", ovjson::Reader::kind_name(expected)},
-             {"actual", ovjson::Reader::kind_name(element->kind())}});
+             {"actual", ovjson::Reader::kind_name(m_walk.kind())}});
       }
-      f(element);
-      element.reset();
-      element = m_reader.next_child(array);
-    } while (element);
+      f();
+    } while (m_walk.next());
   }
 
   template <class T, class F>
-  AttributeValue read_elements(const ValuePtr& array, ValuePtr first, F&& read_element) {
+  AttributeValue read_elements(F&& read_element) {
     auto elements = std::make_unique<Elements<T>>();
-    for_each_element(array, std::move(first),
-                     [&](const ValuePtr& element) { elements->push_back(read_element(element)); });
+    for_each_element([&] { elements->push_back(read_element()); });
     return adopt(std::move(elements));
   }
 
   /// Integers as long as every number is one, then all of them as Doubles.
-  AttributeValue read_numbers(const ValuePtr& array, ValuePtr first) {
+  AttributeValue read_numbers() {
     auto integers = std::make_unique<Elements<long long>>();
     std::unique_ptr<Elements<double>> doubles;
     bool lossy = false;  // an Integer read exactly that no double holds
-    for_each_element(array, std::move(first), [&](const ValuePtr& element) {
-      std::optional<long long> i = literal(*element);
-      const double d = i ? static_cast<double>(*i) : element->as_double();
+    for_each_element([&] {
+      std::optional<long long> i = literal();
+      const double d = i ? static_cast<double>(*i) : as_double();
       lossy = lossy || (i && !held_by_double(*i));
       if (!i) i = integral(d);
       if (!i && !doubles) {
@@ -191,7 +198,7 @@ class JsonReading {
         }
       }
       if (doubles && lossy) {
-        raise("Array holds a fraction and an integer that no Double can hold.", array_function);
+        raise("Array holds a fraction and an integer that no Double can hold.");
       }
       if (doubles) {
         doubles->push_back(d);
@@ -208,16 +215,23 @@ class JsonReading {
     return impl::ValueAccess::adopt(elements.release());
   }
 
-  static constexpr const char* array_function = "ovattribute::impl::read_json_array()";
-
   ovjson::Reader& m_reader;
   const JsonReadOptions m_options;
+  ovjson::impl::ItemWalk m_walk;
+  impl::StringMaker m_strings;
 };
 
 }  // namespace
 
 AttributeValue read_attribute_value(ovjson::Reader& reader, const JsonReadOptions& options) {
-  return JsonReading(reader, options).read_root();
+  ovjson::Reader::ValuePtr value = reader.current_value();
+  if (value && value->kind() == Kind::root) value = reader.next_value();
+  if (!value) {
+    reader.raise_error(ovjson::error::ovjson_reader, "Expecting JSON value", {},
+                       {"ovattribute/json_marshaler", "read_attribute_value()", 0});
+  }
+  if (value->kind() == Kind::string) return value->take_string();  // some may have been read
+  return JsonReading(reader, options).read();
 }
 
 void read_attribute_value(ovjson::Reader& reader, AttributeValue& value,

@@ -61,7 +61,8 @@ class JsonWriting {
   /// A name that the reader would refuse, or take for the lossless form.
   static bool has_unreadable_name(std::span<const AttributeMap> maps) {
     return std::ranges::any_of(maps, [](const AttributeMap& map) {
-      return map.exists(serialized_name()) || map.exists(AttributeName());
+      // The empty name is the first of all.
+      return map.exists(serialized_name()) || (!map.empty() && map.begin()->first.empty());
     });
   }
 

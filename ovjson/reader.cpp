@@ -47,10 +47,10 @@ Reader::ValuePtr Reader::current_value() const {
 
 Reader::ValuePtr Reader::next_value() {
   check("ovjson::Reader::next_value()");
-  ovcore::RefCountPtr<Value> value = m_state->new_value();
+  ovcore::RefCountPtr<Value> value = m_state->next_value();
   State::Step step;
   do {
-    step = m_state->step(*value);
+    step = m_state->step(value->m_item, value->m_name);
   } while (step == State::Step::close);
   if (step == State::Step::end) value.reset();
   m_state->set_current(value);
@@ -68,12 +68,12 @@ Reader::ValuePtr Reader::next_child(const ValuePtr& parent) {
     raise_error(error::ovjson_reader, "Parent parameter belongs to another reader", {},
                 {source_file, function, 0});
   }
-  if (!m_state->is_open(*parent)) return nullptr;
+  if (!m_state->is_open(parent->m_item)) return nullptr;
 
-  ovcore::RefCountPtr<Value> value = m_state->new_value();
+  ovcore::RefCountPtr<Value> value = m_state->next_value();
   State::Step step;
   do {
-    step = m_state->step(*value);
+    step = m_state->step(value->m_item, value->m_name);
     if (step == State::Step::value && value->depth() == parent->depth() + 1) {
       m_state->set_current(value);
       return value;
@@ -140,7 +140,7 @@ void Reader::Value::recycle() const noexcept {
 }
 
 ovcore::StringKey Reader::Value::member_key() const {
-  return m_state->intern(m_name);
+  return m_name.view().empty() ? ovcore::StringKey() : m_state->intern(m_name.view());
 }
 
 void Reader::Value::raise(ovcore::SourceString message, const char* function) const {
@@ -154,16 +154,16 @@ void Reader::Value::check_readable(const char* function) const {
 }
 
 void Reader::Value::check_kind(Kind kind, const char* message, const char* function) const {
+  if (m_state->is_readable(*this) && m_item.kind == kind) return;
   check_readable(function);
-  if (m_kind == kind) return;
   m_state->raise(m_state->position(), error::ovjson_reader_value, message,
-                 {{"type", kind_name(m_kind)}}, {source_file, function, 0});
+                 {{"type", kind_name(m_item.kind)}}, {source_file, function, 0});
 }
 
 bool Reader::Value::as_bool() const {
   check_kind(Kind::boolean, "Cannot return current value type <{@type}> as a bool",
              "ovjson::Reader::Value::as_bool()");
-  return m_bool;
+  return m_item.boolean;
 }
 
 double Reader::Value::as_double() const {
@@ -194,22 +194,20 @@ void Reader::Value::check_text(const char* function) const {
 }
 
 void Reader::Value::read_text() const {
-  if (m_text_state == Text::held) return;
   m_text_state = Text::gone;  // should an allocation fail halfway
-  for (std::string_view run; !(run = m_state->next_run()).empty();)
-    m_text += run;
+  m_state->read_text(m_text);
   m_text_state = Text::held;
 }
 
 const std::string& Reader::Value::as_string() const {
   check_text("ovjson::Reader::Value::as_string()");
-  read_text();
+  if (m_text_state == Text::unread) read_text();
   return m_text;
 }
 
 std::string Reader::Value::take_string() const {
   check_text("ovjson::Reader::Value::take_string()");
-  read_text();
+  if (m_text_state == Text::unread) read_text();
   m_text_state = Text::gone;
   return std::move(m_text);
 }

@@ -16,9 +16,14 @@
 #include "ovcore/ref_count.h"
 #include "ovcore/source_string.h"
 #include "ovcore/string_key.h"
+#include "ovjson/impl/kept_text.h"
 #include "ovjson/position.h"
 
 namespace ovjson {
+
+namespace impl {
+class ItemWalk;
+}
 
 struct ReaderOptions {
   std::size_t max_depth = 512;               // open objects and arrays
@@ -99,8 +104,19 @@ class OV_EXPORT Reader {
                                    ovcore::RefCountPtr<const ovcore::ErrorInfo> cause = {}) const;
 
  private:
+  friend class impl::ItemWalk;
   class State;
   class ValueStream;
+
+  /// What is known of a value besides its name and its text.
+  struct Item {
+    Kind kind = Kind::root;
+    bool boolean = false;
+    std::size_t depth = 0;
+    std::uint64_t id = 0;  // of a container, unique within the reader
+    Position position;
+    Position name_position;
+  };
 
   void check(const char* function) const;
 
@@ -114,17 +130,17 @@ class OV_EXPORT Reader::Value {
   Value(const Value&) = delete;
   Value& operator=(const Value&) = delete;
 
-  [[nodiscard]] Kind kind() const noexcept { return m_kind; }
+  [[nodiscard]] Kind kind() const noexcept { return m_item.kind; }
   /// 0 for the root, 1 for its child, one more for each container around.
-  [[nodiscard]] std::size_t depth() const noexcept { return m_depth; }
+  [[nodiscard]] std::size_t depth() const noexcept { return m_item.depth; }
   /// Empty unless the value is a member of an object, whose names are never empty.
-  [[nodiscard]] std::string_view member_name() const noexcept { return m_name; }
+  [[nodiscard]] std::string_view member_name() const noexcept { return m_name.view(); }
   /// The same, interned. The reader remembers a few short names until its end, so that a name that
   /// comes again is neither hashed nor looked up.
   [[nodiscard]] ovcore::StringKey member_key() const;
-  [[nodiscard]] Position position() const noexcept { return m_position; }
+  [[nodiscard]] Position position() const noexcept { return m_item.position; }
   /// Of the member's name; else of the value.
-  [[nodiscard]] Position name_position() const noexcept { return m_name_position; }
+  [[nodiscard]] Position name_position() const noexcept { return m_item.name_position; }
 
   [[nodiscard]] bool as_bool() const;
   /// The nearest double. A number too large for one is an error (`ovjson_reader_value`), one too
@@ -150,6 +166,7 @@ class OV_EXPORT Reader::Value {
 
  private:
   friend class Reader;
+  friend class impl::ItemWalk;
   enum class Text { unread, held, gone };
 
   explicit Value(State& state) noexcept : m_state(&state) {}
@@ -160,17 +177,13 @@ class OV_EXPORT Reader::Value {
   void check_kind(Kind kind, const char* message, const char* function) const;
   void check_text(const char* function) const;
   void read_text() const;
+  void forget_text() const noexcept;
 
   State* m_state;
   mutable std::size_t m_refs = 0;  // of one thread
-  Kind m_kind = Kind::root;
-  bool m_bool = false;
   mutable Text m_text_state = Text::unread;
-  std::size_t m_depth = 0;
-  std::uint64_t m_id = 0;  // of the container, unique within the reader
-  Position m_position;
-  Position m_name_position;
-  std::string m_name;
+  Item m_item;
+  impl::KeptText m_name;
   mutable std::string m_text;
   mutable const Value* m_next_free = nullptr;
 };

@@ -9,14 +9,14 @@
 #include "ovcore/exception.h"
 #include "ovcore/to_string.h"
 #include "ovcore/utf8.h"
+#include "ovjson/impl/block.h"
 #include "ovjson/impl/number.h"
 #include "ovjson/impl/scan.h"
-#include "ovjson/impl/word.h"
 
 namespace ovjson {
 namespace {
 
-constexpr std::size_t padding = sizeof(std::uint64_t);  // zeros behind the buffer
+constexpr std::size_t padding = impl::block_size;  // zeros behind the buffer
 
 std::string hex(unsigned value, int digits) {
   std::string text;
@@ -28,6 +28,11 @@ std::string hex(unsigned value, int digits) {
 std::string quoted(unsigned char c) {
   if (c < 0x20 || c >= 0x7f) return "0x" + hex(c, 2);
   return {'\'', static_cast<char>(c), '\''};
+}
+
+// Or another control character, or the end of the buffer.
+bool is_white(char c) noexcept {
+  return static_cast<unsigned char>(c) <= ' ';
 }
 
 // Where text may end too early, and what is wrong with bytes.
@@ -80,19 +85,43 @@ void Tokenizer::close() noexcept {
   m_text = {};
 }
 
-Token Tokenizer::next() {
-  if (m_mode == Mode::structure) return m_token = structure();
-  if (m_mode == Mode::string) return m_token = string_run();
-  if (m_mode == Mode::identifier) return m_token = identifier_run();
-  if (m_mode == Mode::ended) return m_token = Token::document_end;
-  if (m_mode == Mode::failed) return m_token = Token::error;
-  m_mode = Mode::structure;
-  return m_token = Token::document_start;
+// The end of the string that goes on at `first`, whose text becomes the token's; null when it must
+// be read in pieces.
+inline const char* Tokenizer::plain_string(const char* first) noexcept {
+  const char* const end = impl::plain_end(first, m_end);
+  const auto size = static_cast<std::size_t>(end - first);
+  if (*end != '"' || size > m_max_text_size - m_text_size) return nullptr;
+  m_text = {first, size};
+  return end;
 }
 
-Token Tokenizer::structure() {
+bool Tokenizer::take_string() noexcept {
+  if (m_mode != Mode::string) return false;
+  const char* const first = m_next;
+  const char* const end = plain_string(first);
+  if (end == nullptr) return false;
+  m_token_offset = offset(first);
+  m_next = end + 1;
+  m_mode = Mode::structure;
+  return true;
+}
+
+bool Tokenizer::take_name() noexcept {
+  if (m_mode != Mode::structure) return false;
+  if (is_white(*m_next)) skip_white();
+  const char* const quote = m_next;
+  if (*quote != '"') return false;
+  m_text_size = 0;
+  const char* const end = plain_string(quote + 1);
+  if (end == nullptr || m_text.empty() || end[1] != ':') return false;
+  m_token_offset = offset(quote);
+  m_next = end + 2;
+  return true;
+}
+
+[[gnu::always_inline]] inline Token Tokenizer::structure() {
   for (;;) {
-    if (static_cast<unsigned char>(*m_next) <= ' ') skip_white();
+    if (is_white(*m_next)) skip_white();
     m_token_offset = offset(m_next);
     const auto c = static_cast<unsigned char>(*m_next);
     switch (impl::class_of[c]) {
@@ -113,6 +142,16 @@ Token Tokenizer::structure() {
     }
     if (const Token token = other(c); token != Token::unknown) return token;
   }
+}
+
+Token Tokenizer::next() {
+  if (m_mode == Mode::structure) return m_token = structure();
+  if (m_mode == Mode::string) return m_token = string_run();
+  if (m_mode == Mode::identifier) return m_token = identifier_run();
+  if (m_mode == Mode::ended) return m_token = Token::document_end;
+  if (m_mode == Mode::failed) return m_token = Token::error;
+  m_mode = Mode::structure;
+  return m_token = Token::document_start;
 }
 
 // `unknown` when there is more to look at.
@@ -314,34 +353,37 @@ std::size_t Tokenizer::read_sequence(const char* cut_off) {
   return 0;
 }
 
-void Tokenizer::skip_white() noexcept {
-  for (;;) {
-    // Indented text: the end of a line, then a run of blanks.
-    if (*m_next == '\n' || *m_next == '\r') {
-      ++m_next;
-      end_line(m_next[-1]);
-    }
-    std::uint64_t others;
-    while ((others = impl::load_word(m_next) ^ impl::every_byte(' ')) == 0)
-      m_next += padding;
-    m_next += impl::first_byte(others);
-    if (*m_next == '\t') {
-      ++m_next;
-    } else if (*m_next != '\n' && *m_next != '\r') {
-      return;
-    }
-  }
-}
-
-// `m_next` stands behind `c`.
-void Tokenizer::end_line(char c) noexcept {
-  m_line_start = offset(m_next);
-  if (c == '\r') {
+// `behind`: the byte that ends the line.
+inline void Tokenizer::end_line(const char* behind) noexcept {
+  m_line_start = offset(behind);
+  if (behind[-1] == '\r') {
     m_after_return = m_line_start;
   } else if (m_line_start - 1 == m_after_return) {
     return;  // the second half of "\r\n"
   }
   ++m_line;
+}
+
+void Tokenizer::skip_white() noexcept {
+  const char* p = m_next;
+  if (*p == ' ' && !is_white(p[1])) {
+    m_next = p + 1;
+    return;
+  }
+  for (;;) {
+    // Indented text: the end of a line, then a run of blanks.
+    if (*p == '\n' || *p == '\r') end_line(++p);
+    impl::Found other;
+    while ((other = impl::find_other_than_blank(p)) == 0)
+      p += impl::block_size;
+    p += impl::first_found(other);
+    if (*p == '\t') {
+      ++p;
+    } else if (*p != '\n' && *p != '\r') {
+      m_next = p;
+      return;
+    }
+  }
 }
 
 bool Tokenizer::skip_byte_order_mark() {
@@ -385,7 +427,7 @@ bool Tokenizer::skip_block_comment() {
     } else {
       ++m_next;
       if (after_star && c == '/') return true;
-      if (c == '\n' || c == '\r') end_line(static_cast<char>(c));
+      if (c == '\n' || c == '\r') end_line(m_next);
     }
     after_star = c == '*';
   }

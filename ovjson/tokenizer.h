@@ -71,6 +71,12 @@ class OV_EXPORT Tokenizer {
     ++m_next;
     return true;
   }
+  /// Inside a string: takes all that is left of it in place of its tokens, when that has no escapes
+  /// and lies in the buffer as a whole; `text` is then all of it. When false, the tokens come.
+  bool take_string() noexcept;
+  /// Takes a quoted name and the colon behind it in place of all their tokens, under the same
+  /// conditions and unless it is empty. `position` is then that of the quotation mark.
+  bool take_name() noexcept;
   /// Goes behind the end of a string when its quotation mark is the very next byte inside it. True
   /// in place of `string_end`; `text` stays valid.
   bool take_string_end() noexcept {
@@ -105,6 +111,7 @@ class OV_EXPORT Tokenizer {
 
   Token structure();
   Token other(unsigned char c);
+  const char* plain_string(const char* first) noexcept;
   Token number();
   Token word();
   Token string_run();
@@ -121,7 +128,7 @@ class OV_EXPORT Tokenizer {
   bool skip_comment();
   bool skip_line_comment();
   bool skip_block_comment();
-  void end_line(char c) noexcept;
+  void end_line(const char* behind) noexcept;
 
   bool fill();
   int peek();
@@ -135,9 +142,9 @@ class OV_EXPORT Tokenizer {
 
   ovcore::RefCountPtr<ovcore::IReadStream> m_source;
   std::size_t m_capacity;
-  std::unique_ptr<char[]> m_buffer;  // eight bytes longer than its capacity
+  std::unique_ptr<char[]> m_buffer;  // longer than its capacity by a block
   const char* m_next;
-  const char* m_end;         // eight zeros stand behind it and stop every search
+  const char* m_end;         // a block of zeros stands behind it and stops every search
   std::uint64_t m_base = 0;  // offset of the buffer's first byte in the text
   bool m_ended = false;      // the source has no more
 

@@ -10,8 +10,9 @@
 #include "ovcore/exception.h"
 #include "ovcore/utf8.h"
 #include "ovjson/error_codes.h"
+#include "ovjson/impl/block.h"
 #include "ovjson/impl/number.h"
-#include "ovjson/impl/word.h"
+#include "ovjson/impl/scan.h"
 
 namespace ovjson {
 namespace {
@@ -63,29 +64,45 @@ class TextWriter::Site {
   const char* m_function;
 };
 
+inline void TextWriter::check_value(const Site& site) const {
+  if (m_failed || m_in_string) check_open(site);
+  if (m_after_name) return;
+  if (m_inside == 0 ? m_has_value : m_inside == '{') raise_value(site);
+}
+
+inline void TextWriter::put(char c) {
+  if (m_used == m_capacity) pass_on({m_buffer.get(), std::exchange(m_used, 0)});
+  m_buffer[m_used++] = c;
+}
+
+inline void TextWriter::check_size(const Site& site, std::size_t size) const {
+  if (size > m_options.max_value_size) {
+    site.raise("Value exceeds {@maxSize} bytes of character data", "maxSize",
+               m_options.max_value_size);
+  }
+}
+
 TextWriter::TextWriter(ovcore::RefCountPtr<ovcore::IWriteStream> target,
                        const TextWriterOptions& options)
     : m_target(std::move(target)),
       m_options(options),
       m_capacity(std::max<std::size_t>(options.buffer_size, 1)),
-      m_buffer(std::make_unique_for_overwrite<char[]>(m_capacity)) {}
+      m_buffer(std::make_unique<char[]>(m_capacity + impl::block_size)) {}
 
 TextWriter::~TextWriter() = default;
 
 void TextWriter::member_name(const char* chars, std::size_t size) {
   const Site site(error::ovjson_writer_unexpected_name, "ovjson::TextWriter::member_name()");
   const std::string_view name(chars, size);
-  check_open(site);
-  if (m_open.empty() || m_open.back() != '{') {
+  if (m_failed || m_in_string) check_open(site);
+  if (m_inside != '{') {
     site.raise("A member name cannot stand outside an object");
   }
   if (m_after_name) site.raise("The member has a name already");
   if (size == 0) site.raise("A member name cannot be empty");
-  check_size(site, size);
-  const bool well_formed = check_characters(site, name);
-  put_separator();
-  put_quoted(name, well_formed);
-  put(m_options.indent == 0 ? ":" : ": ");
+  put_string(name, site);
+  put(':');
+  if (m_options.indent != 0) put(' ');
   m_after_name = true;
 }
 
@@ -93,10 +110,7 @@ void TextWriter::string_value(const char* chars, std::size_t size) {
   const Site site(error::ovjson_writer_unexpected_string, "ovjson::TextWriter::string_value()");
   const std::string_view text(chars, size);
   check_value(site);
-  check_size(site, size);
-  const bool well_formed = check_characters(site, text);
-  put_separator();
-  put_quoted(text, well_formed);
+  put_string(text, site);
   end_value();
 }
 
@@ -250,20 +264,9 @@ void TextWriter::check_open(const Site& site) const {
   if (m_in_string) site.raise("A streamed string can hold string data only");
 }
 
-void TextWriter::check_value(const Site& site) const {
-  check_open(site);
-  if (m_open.empty()) {
-    if (m_has_value) site.raise("The document has its value already");
-  } else if (m_open.back() == '{' && !m_after_name) {
-    site.raise("A value in an object needs a member name");
-  }
-}
-
-void TextWriter::check_size(const Site& site, std::size_t size) const {
-  if (size > m_options.max_value_size) {
-    site.raise("Value exceeds {@maxSize} bytes of character data", "maxSize",
-               m_options.max_value_size);
-  }
+void TextWriter::raise_value(const Site& site) const {
+  if (m_open.empty()) site.raise("The document has its value already");
+  site.raise("A value in an object needs a member name");
 }
 
 void TextWriter::check_complete(const Site& site) const {
@@ -290,20 +293,61 @@ void TextWriter::begin_container(char bracket, const Site& site) {
   put_separator();
   put(bracket);
   m_open.push_back(bracket);
+  m_inside = bracket;
   m_after_name = false;
   m_empty = true;
 }
 
 void TextWriter::end_container(char bracket, const Site& site) {
   check_open(site);
-  if (m_open.empty() || m_open.back() != bracket) {
+  if (m_inside != bracket) {
     site.raise(bracket == '{' ? "No object is open here" : "No array is open here");
   }
   if (m_after_name) site.raise("A member name needs its value");
   m_open.pop_back();
+  m_inside = m_open.empty() ? 0 : m_open.back();
   if (!m_empty) put_line_start();
   put(bracket == '{' ? '}' : ']');
   end_value();
+}
+
+// Of what `put_separator` puts.
+inline std::size_t TextWriter::separator_size() const noexcept {
+  if (!needs_separator()) return 0;
+  return std::size_t{!m_empty} + (m_options.indent > 0 ? 1 + m_options.indent * m_open.size() : 0);
+}
+
+// A string and what comes before it, when there is room and nothing to be escaped or replaced; else
+// false, and nothing is put.
+inline bool TextWriter::put_plain(std::string_view text) {
+  const std::size_t before = separator_size() + 1;
+  const std::size_t room = m_capacity - m_used;
+  if (room < before || room - before <= text.size()) return false;
+  char* const first = m_buffer.get() + m_used + before;
+  char* const end = first + text.size();
+  if (!impl::copy_plain(first, text.data(), text.size())) {
+    text.copy(first, text.size());
+    *end = '"';  // where the search stops
+    if (impl::plain_end(first, end) != end) return false;
+  }
+  *end = '"';
+  if (m_options.indent > 0) {
+    put_separator();
+  } else if (before == 2) {
+    first[-2] = ',';
+  }
+  first[-1] = '"';
+  m_used = static_cast<std::size_t>(end + 1 - m_buffer.get());
+  return true;
+}
+
+// All of a string and what comes before it, or nothing.
+void TextWriter::put_string(std::string_view text, const Site& site) {
+  check_size(site, text.size());
+  if (put_plain(text)) return;
+  const bool well_formed = check_characters(site, text);
+  put_separator();
+  put_quoted(text, well_formed);
 }
 
 void TextWriter::put_literal(std::string_view text, const Site& site) {
@@ -315,7 +359,7 @@ void TextWriter::put_literal(std::string_view text, const Site& site) {
 
 // What comes before a name, or before a value that has none.
 void TextWriter::put_separator() {
-  if (m_open.empty() || m_after_name) return;
+  if (!needs_separator()) return;
   if (!m_empty) put(',');
   put_line_start();
 }
@@ -353,13 +397,13 @@ void TextWriter::put_escaped(std::string_view text) {
   const char* const end = p + text.size();
   const char* run = p;
   while (p != end) {
-    if (end - p >= 8) {
-      const std::uint64_t found = impl::find_escaped(impl::load_word(p));
+    if (static_cast<std::size_t>(end - p) >= impl::block_size) {
+      const impl::Found found = impl::find_escaped(p);
       if (found == 0) {
-        p += 8;
+        p += impl::block_size;
         continue;
       }
-      p += impl::first_byte(found);
+      p += impl::first_found(found);
     } else if (!is_escaped(*p)) {
       ++p;
       continue;
@@ -404,22 +448,11 @@ void TextWriter::put(std::string_view text) {
   m_used += text.size();
 }
 
-void TextWriter::put(char c) {
-  if (m_used == m_capacity) pass_on({m_buffer.get(), std::exchange(m_used, 0)});
-  m_buffer[m_used++] = c;
-}
-
 void TextWriter::pass_on(std::string_view text) {
   if (text.empty()) return;
   m_failed = true;
   m_target->write(text.data(), text.size());
   m_failed = false;
-}
-
-void TextWriter::end_value() noexcept {
-  m_empty = false;
-  m_after_name = false;
-  m_has_value = m_open.empty();
 }
 
 }  // namespace ovjson

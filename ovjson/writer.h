@@ -121,6 +121,7 @@ class OV_EXPORT TextWriter final : public Writer {
   void check_going(const Site& site) const;
   void check_open(const Site& site) const;
   void check_value(const Site& site) const;
+  [[noreturn]] void raise_value(const Site& site) const;
   void check_size(const Site& site, std::size_t size) const;
   void check_complete(const Site& site) const;
   [[nodiscard]] bool check_characters(const Site& site, std::string_view text,
@@ -128,7 +129,11 @@ class OV_EXPORT TextWriter final : public Writer {
   void begin_container(char bracket, const Site& site);
   void end_container(char bracket, const Site& site);
 
+  void put_string(std::string_view text, const Site& site);
+  bool put_plain(std::string_view text);
   void put_literal(std::string_view text, const Site& site);
+  [[nodiscard]] bool needs_separator() const noexcept { return m_inside != 0 && !m_after_name; }
+  [[nodiscard]] std::size_t separator_size() const noexcept;
   void put_separator();
   void put_line_start();
   void put_quoted(std::string_view text, bool well_formed);
@@ -138,7 +143,11 @@ class OV_EXPORT TextWriter final : public Writer {
   void put(std::string_view text);
   void put(char c);
   void pass_on(std::string_view text);
-  void end_value() noexcept;
+  void end_value() noexcept {
+    m_empty = false;
+    m_after_name = false;
+    m_has_value = m_inside == 0;
+  }
 
   const ovcore::RefCountPtr<ovcore::IWriteStream> m_target;
   const TextWriterOptions m_options;
@@ -146,6 +155,7 @@ class OV_EXPORT TextWriter final : public Writer {
   const std::unique_ptr<char[]> m_buffer;
   std::size_t m_used = 0;
   std::string m_open;             // the opening brackets of what is open
+  char m_inside = 0;              // the last of these
   bool m_empty = true;            // nothing stands in the innermost of these
   bool m_after_name = false;      // a member's value must follow
   bool m_has_value = false;       // the document has

@@ -26,11 +26,12 @@ bool is_reserved(std::string_view word) noexcept {
   return std::ranges::find(reserved_words, word) != std::end(reserved_words);
 }
 
-// What a recycled value may keep of its strings, in bytes.
-constexpr std::size_t kept_capacity = 65'536;
-
-void trim(std::string& text) noexcept {
-  if (text.capacity() > kept_capacity) std::string().swap(text);
+void empty(std::string& text) noexcept {
+  if (text.capacity() > impl::kept_capacity) {
+    std::string().swap(text);
+  } else {
+    text.clear();
+  }
 }
 
 }  // namespace
@@ -40,9 +41,8 @@ Reader::State::State(ovcore::RefCountPtr<ovcore::IReadStream> source, ovcore::So
     : m_uri(uri.view()),
       m_max_depth(options.max_depth),
       m_max_value_size(options.max_value_size),
-      m_tokenizer(std::move(source),
-                  {options.allow_comments, options.max_value_size, options.buffer_size,
-                   options.start}),
+      m_tokenizer(std::move(source), {options.allow_comments, options.max_value_size,
+                                      options.buffer_size, options.start}),
       m_current(new_value()) {}
 
 Reader::State::~State() {
@@ -68,33 +68,46 @@ ovcore::RefCountPtr<Reader::Value> Reader::State::new_value() {
   return ovcore::RefCountPtr<Value>(value);
 }
 
+ovcore::RefCountPtr<Reader::Value> Reader::State::next_value() {
+  if (!m_current || m_current->m_refs > 1) return new_value();
+  m_current->forget_text();
+  return std::move(m_current);
+}
+
+void Reader::Value::forget_text() const noexcept {
+  empty(m_text);
+  m_text_state = Text::unread;
+}
+
 void Reader::State::recycle(const Value* value) noexcept {
-  trim(const_cast<Value*>(value)->m_name);
-  trim(value->m_text);
+  const_cast<Value*>(value)->m_name.clear();
+  value->forget_text();
   value->m_next_free = std::exchange(m_free, value);
   if (--m_values_in_use == 0 && m_closed) delete this;
 }
 
-Reader::State::Step Reader::State::step(Value& target) {
-  m_failed = true;
-  const Step result = walk(target);
-  m_failed = false;
-  return result;
+Reader::State::Step Reader::State::walk_top(Item& item) {
+  Token token = next_token();
+  if (token == Token::document_start) token = next_token();
+  if (token == Token::document_end) return Step::end;
+  if (m_started) raise_unexpected(token);
+  m_started = true;
+  begin_unnamed(token, item);
+  return Step::value;
 }
 
-Reader::State::Step Reader::State::walk(Value& target) {
-  skip_text();
-  target.m_name.clear();
-  const bool after_comma = m_after_value && !m_open.empty() && m_tokenizer.take_punctuator(',');
-  Token token = next_token();
-  if (m_open.empty()) {
-    if (token == Token::document_start) token = next_token();
-    if (token == Token::document_end) return Step::end;
-    if (m_started) raise_unexpected(token);
-    m_started = true;
-    return begin_value(token, target);
-  }
+template <class Name>
+[[gnu::always_inline]] inline Reader::State::Step Reader::State::walk_inside(Item& item,
+                                                                             Name& name) {
   const bool in_array = m_open.back().is_array;
+  const bool after_comma = m_after_value && m_tokenizer.take_punctuator(',');
+  if (!in_array && (after_comma || !m_after_value) && m_tokenizer.take_name()) {
+    item.name_position = m_tokenizer.position();
+    set_name(name, m_tokenizer.text());
+    begin_value(next_token(), item);
+    return Step::value;
+  }
+  Token token = next_token();
   if (!after_comma) {
     if (is_punctuator(token, in_array ? ']' : '}')) {
       m_open.pop_back();
@@ -106,46 +119,68 @@ Reader::State::Step Reader::State::walk(Value& target) {
       token = next_token();
     }
   }
-  if (!in_array) {
-    read_name(token, target);
-    token = next_token();
-  }
-  return begin_value(token, target);
-}
-
-Reader::State::Step Reader::State::begin_value(Token token, Value& target) {
-  target.m_depth = m_open.size() + 1;
-  target.m_position = m_tokenizer.position();
-  if (target.m_name.empty()) target.m_name_position = target.m_position;
-  target.m_text_state = Value::Text::unread;
-  target.m_text.clear();
-  m_after_value = true;
-  switch (token) {
-    case Token::punctuator:
-      begin_container(target);
-      break;
-    case Token::string_begin:
-      target.m_kind = Kind::string;
-      m_in_text = true;
-      break;
-    case Token::number:
-      target.m_kind = Kind::number;
-      break;
-    case Token::literal_true:
-    case Token::literal_false:
-      target.m_kind = Kind::boolean;
-      target.m_bool = token == Token::literal_true;
-      break;
-    case Token::literal_null:
-      target.m_kind = Kind::null;
-      break;
-    default:
-      raise_unexpected(token);
+  if (in_array) {
+    begin_unnamed(token, item);
+  } else {
+    read_name(token, item);
+    set_name(name, m_name);
+    begin_value(next_token(), item);
   }
   return Step::value;
 }
 
-void Reader::State::begin_container(Value& target) {
+template <class Name>
+Reader::State::Step Reader::State::walk(Item& item, Name& name) {
+  m_failed = true;
+  if (m_in_text) skip_text();
+  clear_name(name);
+  const Step result = m_open.empty() ? walk_top(item) : walk_inside(item, name);
+  m_failed = false;
+  return result;
+}
+
+Reader::State::Step Reader::State::step(Item& item, impl::KeptText& name) {
+  return walk(item, name);
+}
+
+Reader::State::Step Reader::State::step(Item& item, const ovcore::StringKey*& name) {
+  return walk(item, name);
+}
+
+void Reader::State::begin_unnamed(Token token, Item& item) {
+  begin_value(token, item);
+  item.name_position = item.position;
+}
+
+void Reader::State::begin_value(Token token, Item& item) {
+  item.depth = m_open.size() + 1;
+  item.position = m_tokenizer.position();
+  m_after_value = true;
+  switch (token) {
+    case Token::punctuator:
+      begin_container(item);
+      break;
+    case Token::string_begin:
+      item.kind = Kind::string;
+      m_in_text = true;
+      break;
+    case Token::number:
+      item.kind = Kind::number;
+      break;
+    case Token::literal_true:
+    case Token::literal_false:
+      item.kind = Kind::boolean;
+      item.boolean = token == Token::literal_true;
+      break;
+    case Token::literal_null:
+      item.kind = Kind::null;
+      break;
+    default:
+      raise_unexpected(token);
+  }
+}
+
+void Reader::State::begin_container(Item& item) {
   const bool is_array = is_punctuator(Token::punctuator, '[');
   if (!is_array && !is_punctuator(Token::punctuator, '{')) raise_unexpected(Token::punctuator);
   if (m_open.size() >= m_max_depth) {
@@ -154,21 +189,23 @@ void Reader::State::begin_container(Value& target) {
           {{"maxDepth", ovcore::to_string(m_max_depth)}},
           {source_file, "ovjson::Reader::State::begin_container()", 0});
   }
-  target.m_kind = is_array ? Kind::array : Kind::object;
-  target.m_id = ++m_last_id;
-  m_open.push_back({target.m_id, is_array});
+  item.kind = is_array ? Kind::array : Kind::object;
+  item.id = ++m_last_id;
+  m_open.push_back({item.id, is_array});
   m_after_value = false;
 }
 
-void Reader::State::read_name(Token token, Value& target) {
+// Into `m_name`, with the colon behind it.
+void Reader::State::read_name(Token token, Item& item) {
   if (token != Token::string_begin && token != Token::identifier_begin) raise_unexpected(token);
-  target.m_name_position = m_tokenizer.position();
+  item.name_position = m_tokenizer.position();
   const bool quoted = token == Token::string_begin;
+  empty(m_name);
   m_in_text = true;
   for (std::string_view run; !(run = next_text()).empty();)
-    target.m_name += run;
-  if (target.m_name.empty() || (!quoted && is_reserved(target.m_name))) {
-    raise(target.m_name_position, error::ovjson_reader, "Invalid member name", {},
+    m_name += run;
+  if (m_name.empty() || (!quoted && is_reserved(m_name))) {
+    raise(item.name_position, error::ovjson_reader, "Invalid member name", {},
           {source_file, "ovjson::Reader::State::read_name()", 0});
   }
   if (m_tokenizer.take_punctuator(':')) return;
@@ -176,14 +213,13 @@ void Reader::State::read_name(Token token, Value& target) {
   if (!is_punctuator(token, ':')) raise_token(token);
 }
 
-bool Reader::State::is_open(const Value& container) const noexcept {
-  switch (container.kind()) {
+bool Reader::State::is_open(const Item& container) const noexcept {
+  switch (container.kind) {
     case Kind::root:
       return true;
     case Kind::object:
     case Kind::array:
-      return container.depth() <= m_open.size() &&
-             m_open[container.depth() - 1].id == container.m_id;
+      return container.depth <= m_open.size() && m_open[container.depth - 1].id == container.id;
     default:
       return false;
   }
@@ -209,14 +245,25 @@ std::string_view Reader::State::next_text() {
   return m_tokenizer.text();
 }
 
+void Reader::State::read_text(std::string& text) {
+  std::string_view run;
+  if (take_plain_text(run)) {
+    text += run;
+    return;
+  }
+  while (!(run = next_run()).empty())
+    text += run;
+}
+
 void Reader::State::skip_text() {
+  if (m_tokenizer.take_string()) m_in_text = false;
   while (m_in_text)
     next_text();
 }
 
-ovcore::StringKey Reader::State::intern(std::string_view name) {
+const ovcore::StringKey& Reader::State::intern(std::string_view name) {
   const std::size_t size = name.size();
-  if (size == 0 || size > 64) return ovcore::StringKey(ovcore::SourceString(name));
+  if (size > 64) return m_long_name = ovcore::StringKey(ovcore::SourceString(name));
   const auto byte = [name](std::size_t i) {
     return static_cast<std::size_t>(static_cast<unsigned char>(name[i]));
   };
@@ -229,12 +276,6 @@ ovcore::StringKey Reader::State::intern(std::string_view name) {
 Position Reader::State::position() const noexcept {
   if (m_failed || !m_current || m_current->kind() == Kind::root) return m_tokenizer.position();
   return m_current->position();
-}
-
-Token Reader::State::next_token() {
-  const Token token = m_tokenizer.next();
-  if (token == Token::error) raise_fault();
-  return token;
 }
 
 void Reader::State::raise_fault() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finding where tokens begin and end. The text is followed by at least eight zeros, which stop
-// every search: none of these looks for the end.
+// Finding where tokens begin and end. The text is followed by a block of zeros, which stop every
+// search: none of these looks for the end.
 #pragma once
 
 #include <array>
@@ -9,8 +9,8 @@
 #include <string_view>
 
 #include "ovcore/utf8.h"
+#include "ovjson/impl/block.h"
 #include "ovjson/impl/number.h"
-#include "ovjson/impl/word.h"
 #include "ovjson/tokenizer.h"
 
 namespace ovjson::impl {
@@ -68,22 +68,29 @@ inline bool begins_literal(std::string_view word) noexcept {
   return false;
 }
 
+/// Behind the whole sequences at `p`.
+inline const char* skip_not_ascii(const char* p, const char* end) noexcept {
+  while (static_cast<unsigned char>(*p) >= 0x80) {
+    const ovcore::Utf8Sequence s =
+        ovcore::first_utf8_sequence({p, static_cast<std::size_t>(end - p)});
+    if (s.state != ovcore::Utf8Sequence::State::whole) break;
+    p += s.size;
+  }
+  return p;
+}
+
 /// Stops at a quotation mark, a backslash, a control character, or a sequence that is not whole.
 inline const char* plain_end(const char* p, const char* end) noexcept {
   for (;;) {
-    const std::uint64_t special = find_special(load_word(p));
-    if (special == 0) {
-      p += sizeof special;
-      continue;
-    }
-    p += first_byte(special);
-    if (static_cast<unsigned char>(*p) < 0x80) return p;
-    do {
-      const ovcore::Utf8Sequence s =
-          ovcore::first_utf8_sequence({p, static_cast<std::size_t>(end - p)});
-      if (s.state != ovcore::Utf8Sequence::State::whole) return p;
-      p += s.size;
-    } while (static_cast<unsigned char>(*p) >= 0x80);
+    Found special;
+    while ((special = find_special(p)) == 0)
+      p += block_size;
+    p += first_found(special);
+    if (static_cast<unsigned char>(*p) < 0x80) [[likely]]
+      return p;
+    const char* const behind = skip_not_ascii(p, end);
+    if (static_cast<unsigned char>(*behind) >= 0x80) return behind;
+    p = behind;
   }
 }
 

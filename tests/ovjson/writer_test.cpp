@@ -238,6 +238,36 @@ TEST(TextWriter, EscapesWhatMustBe) {
   }
 }
 
+// Text is looked at in blocks; each of these bytes may stand anywhere in one.
+TEST(TextWriter, EscapesEveryByteWhereverItStands) {
+  for (int byte = 0; byte < 0x80; ++byte) {
+    std::string expected(1, static_cast<char>(byte));
+    const std::size_t place = std::string_view("\b\f\n\r\t\"\\").find(expected);
+    if (place != std::string_view::npos) {
+      expected = std::string("\\") + "bfnrt\"\\"[place];
+    } else if (byte < 0x20) {
+      expected = std::string("\\u00") + (byte < 0x10 ? "0" : "1") + "0123456789abcdef"[byte % 16];
+    }
+    for (std::size_t size = 1; size < 40; ++size) {
+      for (std::size_t at = 0; at < size; at += 1 + at / 17) {
+        std::string text(size, 'x');
+        text[at] = static_cast<char>(byte);
+        const std::string quoted =
+            "\"" + std::string(at, 'x') + expected + std::string(size - 1 - at, 'x') + "\"";
+        Output whole;
+        whole.writer.string_value(text);
+        ASSERT_EQ(whole.closed(), quoted);
+        Output tight({.buffer_size = size + 2});
+        tight.writer.begin_object();
+        tight.writer.member_name(text);
+        tight.writer.null_value();
+        tight.writer.end_object();
+        ASSERT_EQ(tight.closed(), "{" + quoted + ":null}");
+      }
+    }
+  }
+}
+
 TEST(TextWriter, StreamedStringsMayBeCutAnywhere) {
   const std::string_view text = "a\n\xc3\xa9\xe2\x82\xac\"\xf0\x9f\x98\x80z";
   Output whole;
