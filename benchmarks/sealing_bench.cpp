@@ -13,10 +13,10 @@
 #include "ovcrypto/key.h"
 #include "ovserialize/memory_list.h"
 
-#ifdef OV_BENCH_BOTAN
+#ifdef OV_PEER_BOTAN
 #include <botan/aead.h>
 #endif
-#ifdef OV_BENCH_CRYPTOPP
+#ifdef OV_PEER_CRYPTOPP
 #include <cryptopp/aes.h>
 #include <cryptopp/eax.h>
 #endif
@@ -94,7 +94,7 @@ void open(benchmark::State& state) {
   count_bytes(state);
 }
 
-#ifdef OV_BENCH_BOTAN
+#ifdef OV_PEER_BOTAN
 using Buffer = Botan::secure_vector<std::uint8_t>;
 
 std::unique_ptr<Botan::AEAD_Mode> botan(Botan::Cipher_Dir direction) {
@@ -137,7 +137,7 @@ void open_botan(benchmark::State& state) {
 }
 #endif
 
-#ifdef OV_BENCH_CRYPTOPP
+#ifdef OV_PEER_CRYPTOPP
 const auto* const header_bytes = reinterpret_cast<const unsigned char*>(header.data());
 
 void seal_cryptopp(benchmark::State& state) {
@@ -184,11 +184,11 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
 
 BENCHMARK(seal)->Apply(sizes);
 BENCHMARK(open)->Apply(sizes);
-#ifdef OV_BENCH_BOTAN
+#ifdef OV_PEER_BOTAN
 BENCHMARK(seal_botan)->Apply(sizes);
 BENCHMARK(open_botan)->Apply(sizes);
 #endif
-#ifdef OV_BENCH_CRYPTOPP
+#ifdef OV_PEER_CRYPTOPP
 BENCHMARK(seal_cryptopp)->Apply(sizes);
 BENCHMARK(open_cryptopp)->Apply(sizes);
 #endif
