@@ -15,11 +15,13 @@
 namespace ovcrypto {
 namespace {
 
-// Runs of at least so many blocks are worth an EVP context. Opening one costs as much as two or
-// three blocks by AES_encrypt, and all blocks of the operation gain from it; opening the second
-// one, for the counter, costs as much as a dozen blocks by the first.
-constexpr std::size_t chain_from = 2;
-constexpr std::size_t counter_from = 16;
+// How many blocks make up for opening an EVP context, which costs as much as two or three blocks by
+// AES_encrypt. All kinds of runs gain from one for single blocks; the other two are for long runs.
+constexpr std::size_t blocks_from = 2;
+constexpr std::size_t chain_from = 32;
+constexpr std::size_t counter_from = 512;
+
+constexpr std::size_t scratch_blocks = 64;
 
 void xor_bytes(const unsigned char* a, const unsigned char* b, unsigned char* out,
                std::size_t size) noexcept {
@@ -27,24 +29,31 @@ void xor_bytes(const unsigned char* a, const unsigned char* b, unsigned char* ou
     out[i] = a[i] ^ b[i];
 }
 
+// A block in one register: the processor hands a block that was stored in halves on to who loads it
+// whole only once all before it is done.
+using BlockWords = std::uint64_t __attribute__((vector_size(aes_block_size)));
+
 void xor_block(const unsigned char* a, const unsigned char* b, unsigned char* out) noexcept {
-  std::uint64_t x[2];
-  std::uint64_t y[2];
-  std::memcpy(x, a, sizeof x);
-  std::memcpy(y, b, sizeof y);
-  x[0] ^= y[0];
-  x[1] ^= y[1];
-  std::memcpy(out, x, sizeof x);
+  BlockWords x;
+  BlockWords y;
+  std::memcpy(&x, a, sizeof x);
+  std::memcpy(&y, b, sizeof y);
+  x ^= y;
+  std::memcpy(out, &x, sizeof x);
+}
+
+std::uint64_t big_endian(std::uint64_t value) noexcept {
+  return std::endian::native == std::endian::little ? __builtin_bswap64(value) : value;
 }
 
 std::uint64_t load_big_endian(const unsigned char* bytes) noexcept {
   std::uint64_t value;
   std::memcpy(&value, bytes, sizeof value);
-  return std::endian::native == std::endian::little ? __builtin_bswap64(value) : value;
+  return big_endian(value);
 }
 
 void store_big_endian(std::uint64_t value, unsigned char* bytes) noexcept {
-  if (std::endian::native == std::endian::little) value = __builtin_bswap64(value);
+  value = big_endian(value);
   std::memcpy(bytes, &value, sizeof value);
 }
 
@@ -63,9 +72,9 @@ void double_block(const AesBlock& in, AesBlock& out) noexcept {
   store_big_endian(low << 1 ^ (0x87 & (0 - (high >> 63))), out.data() + 8);
 }
 
-AES_KEY* schedule(WipedBytes<256>& storage) noexcept {
+AES_KEY* schedule(unsigned char* storage) noexcept {
   static_assert(sizeof(AES_KEY) <= 256 && alignof(AES_KEY) <= 16);
-  return reinterpret_cast<AES_KEY*>(storage.data());
+  return reinterpret_cast<AES_KEY*>(storage);
 }
 
 }  // namespace
@@ -74,7 +83,9 @@ AesEncryptContext::AesEncryptContext() noexcept = default;
 AesEncryptContext::AesEncryptContext(const Key& key) {
   rekey(key);
 }
-AesEncryptContext::~AesEncryptContext() = default;
+AesEncryptContext::~AesEncryptContext() {
+  forget_schedule();
+}
 
 void AesEncryptContext::rekey(const Key& key) {
   if (key.size() != 16 && key.size() != 24 && key.size() != 32) {
@@ -82,60 +93,73 @@ void AesEncryptContext::rekey(const Key& key) {
                         "Key for AES must be 128, 192, or 256 bits (16, 24, or 32 bytes)",
                         {"ovcrypto/aes", "ovcrypto::AesEncryptContext::rekey()", 0});
   }
+  m_blocks.close();
   m_chain.close();
   m_counter.close();
-  m_schedule.set_zero();
-  AES_set_encrypt_key(key.data(), static_cast<int>(8 * key.size()), schedule(m_schedule));
+  forget_schedule();
+  m_expected = 0;
   m_key.set_zero();
   std::memcpy(m_key.data(), key.data(), key.size());
   m_key_size = key.size();
 }
 
-// The one place where it is chosen who encrypts: AES_encrypt, or EVP for runs and, once it is
-// there, for all. Where EVP has no context to give, AES_encrypt does everything.
-bool AesEncryptContext::prepare_run(std::size_t blocks) noexcept {
-  if (m_chain.is_open()) return true;
-  if (blocks < chain_from || !m_chain.open(m_key.data(), m_key_size, nullptr)) return false;
-  m_last.set_zero();
-  return true;
+void AesEncryptContext::forget_schedule() noexcept {
+  if (m_scheduled) wipe(m_schedule, sizeof m_schedule);
+  m_scheduled = false;
+}
+
+void AesEncryptContext::expect_run(std::size_t blocks) noexcept {
+  m_expected = std::max(m_expected, blocks);
+}
+
+// The one place where it is chosen who encrypts: AES_encrypt, or EVP where runs are to be expected.
+// Where EVP has no context to give, AES_encrypt does everything.
+bool AesEncryptContext::prepare(impl::EvpAes& evp, std::size_t worth_from,
+                                const unsigned char* iv) noexcept {
+  return evp.is_open() || (m_expected >= worth_from && evp.open(m_key.data(), m_key_size, iv));
 }
 
 void AesEncryptContext::encrypt(const unsigned char* in, unsigned char* out) {
-  if (prepare_run(1)) return encrypt_chained(in, out);
+  if (prepare(m_blocks, blocks_from, nullptr)) return m_blocks.update(in, out, aes_block_size);
+  if (!m_scheduled) {
+    AES_set_encrypt_key(m_key.data(), static_cast<int>(8 * m_key_size), schedule(m_schedule));
+    m_scheduled = true;
+  }
   AES_encrypt(in, out, schedule(m_schedule));
 }
 
-// CBC encrypts the xor of a block and its last output, which is therefore taken out again first.
-void AesEncryptContext::encrypt_chained(const unsigned char* in, unsigned char* out) {
-  xor_block(in, m_last.data(), m_input.data());
-  m_chain.update(m_input.data(), m_last.data(), aes_block_size);
-  std::memcpy(out, m_last.data(), aes_block_size);
+void AesEncryptContext::chain(AesBlock& state, const unsigned char* blocks, std::size_t count) {
+  if (count == 0) return;
+  expect_run(count);
+  if (!m_chain.is_open()) m_last.assign(state.data());
+  if (prepare(m_chain, chain_from, state.data())) return chain_by_evp(state, blocks, count);
+  for (; count > 0; --count, blocks += aes_block_size) {
+    xor_block(state.data(), blocks, state.data());
+    encrypt(state.data(), state.data());
+  }
 }
 
-void AesEncryptContext::chain(AesBlock& state, const unsigned char* blocks, std::size_t count) {
-  if (!prepare_run(count) || count < chain_from) {
-    for (; count > 0; --count, blocks += aes_block_size) {
-      xor_block(state.data(), blocks, state.data());
-      encrypt(state.data(), state.data());
-    }
-    return;
-  }
+// CBC mixes its own last output into the first block: what the state has instead is mixed in too.
+void AesEncryptContext::chain_by_evp(AesBlock& state, const unsigned char* blocks,
+                                     std::size_t count) {
+  xor_block(state.data(), m_last.data(), state.data());
   xor_block(state.data(), blocks, state.data());
-  encrypt_chained(state.data(), state.data());
-  // From here on CBC itself mixes in what went before.
-  constexpr std::size_t scratch_blocks = 64;
-  unsigned char scratch[scratch_blocks * aes_block_size];
-  const WipeAtEnd wiped(scratch, std::min(count - 1, scratch_blocks) * aes_block_size);
-  for (std::size_t done = 1, n = 0; done < count; done += n) {
-    n = std::min(count - done, scratch_blocks);
-    m_chain.update(blocks + done * aes_block_size, scratch, n * aes_block_size);
-    m_last.assign(scratch + (n - 1) * aes_block_size);
+  m_chain.update(state.data(), m_last.data(), aes_block_size);
+  if (count > 1) {
+    alignas(16) unsigned char scratch[scratch_blocks * aes_block_size];
+    const WipeAtEnd wiped(scratch, std::min(count - 1, scratch_blocks) * aes_block_size);
+    for (std::size_t done = 1, n = 0; done < count; done += n) {
+      n = std::min(count - done, scratch_blocks);
+      m_chain.update(blocks + done * aes_block_size, scratch, n * aes_block_size);
+      m_last.assign(scratch + (n - 1) * aes_block_size);
+    }
   }
   state.assign(m_last.data());
 }
 
 void AesEncryptContext::crypt_counter(AesBlock& counter, const unsigned char* in,
                                       unsigned char* out, std::size_t count) {
+  if (count == 0) return;
   if (count >= counter_from &&
       (m_counter.is_open() ? m_counter.restart(counter.data())
                            : m_counter.open(m_key.data(), m_key_size, counter.data()))) {
@@ -143,13 +167,37 @@ void AesEncryptContext::crypt_counter(AesBlock& counter, const unsigned char* in
     add_to_counter(counter, count);
     return;
   }
-  prepare_run(count);
-  AesBlock keystream;
-  for (; count > 0; --count, in += aes_block_size, out += aes_block_size) {
-    encrypt(counter.data(), keystream.data());
-    add_to_counter(counter, 1);
-    xor_block(in, keystream.data(), out);
+  expect_run(count);
+  alignas(16) unsigned char stream[scratch_blocks * aes_block_size];
+  const WipeAtEnd wiped(stream, std::min(count, scratch_blocks) * aes_block_size);
+  for (std::size_t n = 0; count > 0; count -= n) {
+    n = std::min(count, scratch_blocks);
+    make_keystream(counter, stream, n);
+    for (std::size_t i = 0; i < n; ++i) {
+      xor_block(in, stream + i * aes_block_size, out);
+      in += aes_block_size;
+      out += aes_block_size;
+    }
   }
+}
+
+void AesEncryptContext::make_keystream(AesBlock& counter, unsigned char* stream,
+                                       std::size_t count) {
+  std::uint64_t high = load_big_endian(counter.data());
+  std::uint64_t low = load_big_endian(counter.data() + 8);
+  for (std::size_t i = 0; i < count; ++i) {
+    const BlockWords block = {big_endian(high), big_endian(low)};
+    std::memcpy(stream + i * aes_block_size, &block, sizeof block);
+    if (++low == 0) ++high;
+  }
+  store_big_endian(high, counter.data());
+  store_big_endian(low, counter.data() + 8);
+  if (prepare(m_blocks, blocks_from, nullptr)) {
+    m_blocks.update(stream, stream, count * aes_block_size);
+    return;
+  }
+  for (std::size_t i = 0; i < count; ++i)
+    encrypt(stream + i * aes_block_size, stream + i * aes_block_size);
 }
 
 void AesCounterContext::crypt(const unsigned char* in, unsigned char* out, std::size_t size) {

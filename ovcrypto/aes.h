@@ -33,8 +33,8 @@ class OV_EXPORT AesEncryptContext {
 
   /// Sets a key of 16, 24 or 32 bytes. Raises `ovcrypto_key_size` and keeps the former key.
   void rekey(const Key& key);
-  /// Says that a run of `blocks` will come: what lies before it then gains from its preparation.
-  void expect_run(std::size_t blocks) noexcept { prepare_run(blocks); }
+  /// Says that `blocks` will come, if not at once: what is worth its cost for so many is prepared.
+  void expect_run(std::size_t blocks) noexcept;
 
   /// Encrypts one block; `out` may be `in`.
   void encrypt(const unsigned char* in, unsigned char* out);
@@ -49,16 +49,21 @@ class OV_EXPORT AesEncryptContext {
  private:
   static constexpr std::size_t largest_key = 32;
 
-  bool prepare_run(std::size_t blocks) noexcept;
-  void encrypt_chained(const unsigned char* in, unsigned char* out);
+  [[nodiscard]] bool prepare(impl::EvpAes& evp, std::size_t worth_from,
+                             const unsigned char* iv) noexcept;
+  void forget_schedule() noexcept;
+  void chain_by_evp(AesBlock& state, const unsigned char* blocks, std::size_t count);
+  void make_keystream(AesBlock& counter, unsigned char* stream, std::size_t count);
 
-  WipedBytes<256> m_schedule;  // AES_KEY
   WipedBytes<largest_key> m_key;
   std::size_t m_key_size = 0;
+  std::size_t m_expected = 0;  // blocks
+  impl::EvpAes m_blocks{impl::EvpAes::Mode::blocks};
   impl::EvpAes m_chain{impl::EvpAes::Mode::chain};
   impl::EvpAes m_counter{impl::EvpAes::Mode::counter};
-  AesBlock m_last;   // what `m_chain` gave last, and mixes into the next block
-  AesBlock m_input;  // what `m_chain` gets when that is taken out again
+  AesBlock m_last;  // what `m_chain` gave last, and mixes into the next block
+  alignas(16) unsigned char m_schedule[256];  // AES_KEY, made when it is needed
+  bool m_scheduled = false;
 };
 
 /// AES in counter mode. Encrypting and decrypting are the same.
@@ -86,7 +91,7 @@ class OV_EXPORT AesCmacContext {
  public:
   class SharedState;
 
-  /// Raises `ovcrypto_key_size`. `longest_run`: blocks that will come at once, if that is known.
+  /// Raises `ovcrypto_key_size`. `longest_run`: as for `expect_run`, if that is known.
   explicit AesCmacContext(const Key& key, std::size_t longest_run = 0);
   explicit AesCmacContext(ovcore::RefCountPtr<SharedState> state) noexcept;
   AesCmacContext(const AesCmacContext& other) noexcept;

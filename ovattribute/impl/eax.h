@@ -22,10 +22,7 @@ class Eax {
   Eax(const ovcrypto::Key& key, const unsigned char* nonce, const std::string& header,
       std::size_t size);
 
-  void encrypt(const unsigned char* plaintext, unsigned char* ciphertext, std::size_t size) {
-    m_counter.crypt(plaintext, ciphertext, size);
-    absorb(ciphertext, size);
-  }
+  void encrypt(const unsigned char* plaintext, unsigned char* ciphertext, std::size_t size);
   void absorb(const unsigned char* ciphertext, std::size_t size) {
     m_cmac.update(ciphertext, size);
   }

@@ -13,12 +13,13 @@
 namespace ovcrypto::impl {
 namespace {
 
-constexpr const char* names[2][3] = {{"AES-128-CBC", "AES-192-CBC", "AES-256-CBC"},
+constexpr const char* names[3][3] = {{"AES-128-ECB", "AES-192-ECB", "AES-256-ECB"},
+                                     {"AES-128-CBC", "AES-192-CBC", "AES-256-CBC"},
                                      {"AES-128-CTR", "AES-192-CTR", "AES-256-CTR"}};
 
 // Fetching costs more than a run of a thousand blocks: it is done once per process. Never freed,
 // so that whoever still seals at exit can.
-constinit std::atomic<EVP_CIPHER*> fetched[2][3] = {};
+constinit std::atomic<EVP_CIPHER*> fetched[3][3] = {};
 
 EVP_CIPHER* cipher(EvpAes::Mode mode, std::size_t key_size) noexcept {
   const auto row = static_cast<std::size_t>(mode);
@@ -48,7 +49,7 @@ bool EvpAes::open(const unsigned char* key, std::size_t key_size,
   if (algorithm == nullptr) return false;
   m_context = EVP_CIPHER_CTX_new();
   if (m_context == nullptr) return false;
-  if (iv == nullptr) iv = zero;
+  if (m_mode != Mode::blocks && iv == nullptr) iv = zero;
   if (EVP_EncryptInit_ex2(context(m_context), algorithm, key, iv, nullptr) == 1) return true;
   close();
   return false;

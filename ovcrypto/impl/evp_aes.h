@@ -10,7 +10,7 @@ namespace ovcrypto::impl {
 /// One EVP context: AES in one mode under one key. Wiped and freed on `close` and destruction.
 class EvpAes {
  public:
-  enum class Mode { chain, counter };  // CBC that is never finished, so never padded; CTR
+  enum class Mode { blocks, chain, counter };  // ECB and CBC, never finished, so never padded; CTR
 
   explicit EvpAes(Mode mode) noexcept : m_mode(mode) {}
   EvpAes(const EvpAes&) = delete;

@@ -383,8 +383,11 @@ TEST(Wiping, KeysLeaveNothing) {
     key = moved.clone();
     static_cast<void>(key == s.inner_key);
     ovcrypto::AesEncryptContext aes(s.key);
+    unsigned char block[16] = {};
+    aes.encrypt(block, block);
     aes.rekey(ovcrypto::Key(16));
     aes.rekey(s.key);
+    aes.encrypt(block, block);
   };
   EXPECT_EQ(traces_of(s.needles, use), "");
 }
