@@ -185,28 +185,37 @@ class JsonReading {
   AttributeValue read_numbers() {
     auto integers = std::make_unique<Elements<long long>>();
     std::unique_ptr<Elements<double>> doubles;
-    bool lossy = false;  // an Integer read exactly that no double holds
+    std::vector<std::size_t> minus_zeros;  // places of those among the integers
+    bool lossy = false;                    // an Integer read exactly that no double holds
     for_each_element([&] {
       std::optional<long long> i = literal();
-      const double d = i ? static_cast<double>(*i) : as_double();
+      const double d = i && *i != 0 ? static_cast<double>(*i) : as_double();
       lossy = lossy || (i && !held_by_double(*i));
       if (!i) i = integral(d);
-      if (!i && !doubles) {
-        doubles = std::make_unique<Elements<double>>();
-        for (const long long before : integers->elements()) {
-          doubles->push_back(static_cast<double>(before));
-        }
-      }
+      if (!i && !doubles) doubles = as_doubles(*integers, minus_zeros);
       if (doubles && lossy) {
         raise("Array holds a fraction and an integer that no Double can hold.");
       }
       if (doubles) {
         doubles->push_back(d);
-      } else {
-        integers->push_back(*i);
+        return;
       }
+      if (d == 0 && std::signbit(d)) minus_zeros.push_back(integers->size());
+      integers->push_back(*i);
     });
     return doubles ? adopt(std::move(doubles)) : adopt(std::move(integers));
+  }
+
+  static std::unique_ptr<Elements<double>> as_doubles(const Elements<long long>& integers,
+                                                      const std::vector<std::size_t>& minus_zeros) {
+    auto doubles = std::make_unique<Elements<double>>();
+    auto minus_zero = minus_zeros.begin();
+    for (const long long integer : integers.elements()) {
+      const bool is_minus_zero = minus_zero != minus_zeros.end() && *minus_zero == doubles->size();
+      if (is_minus_zero) ++minus_zero;
+      doubles->push_back(is_minus_zero ? -0.0 : static_cast<double>(integer));
+    }
+    return doubles;
   }
 
   template <class T>

@@ -6,11 +6,13 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/binary_value.h"
 #include "ovattribute/error_codes.h"
+#include "ovcore/to_string.h"
 #include "ovcore/uuid.h"
 #include "ovjson/error_codes.h"
 #include "ovjson/reader.h"
@@ -110,6 +112,23 @@ TEST(JsonMarshaler, KeepsIntegersExactlyOnRequest) {
   EXPECT_EQ(written(9007199254740993LL, {.exact_integers = true}), "9007199254740993");
 }
 
+// An Integer has no such zero, a Double has, whatever stands behind it.
+TEST(JsonMarshaler, KeepsTheSignOfZeroAmongDoubles) {
+  for (const bool exact : {false, true}) {
+    const auto doubles = [exact](const char* json) {
+      const AttributeValue value = read(json, {.exact_integers = exact});
+      std::string text;
+      for (const double d : value.elements<double>())
+        text += ovcore::to_string(d) + " ";
+      return text;
+    };
+    EXPECT_EQ(doubles("[0, -0, -0.0, 1, 0.0, -0e5, 0.5, -0, 0]"),
+              "0.0 -0.0 -0.0 1.0 0.0 -0.0 0.5 -0.0 0.0 ");
+    EXPECT_EQ(doubles("[-0, 2.5]"), "-0.0 2.5 ");
+    EXPECT_EQ(read("[-0, 2, -0.0]", {.exact_integers = exact}), (AttributeValue{0, 2, 0}));
+  }
+}
+
 TEST(JsonMarshaler, RefusesWhatHasNoValue) {
   struct Case {
     const char* json;
@@ -161,6 +180,8 @@ TEST(JsonMarshaler, RefusesWhatHasNoValue) {
     EXPECT_EQ(target, one("kept"));
     const bool decoding = std::string_view(c.message).starts_with("String value");
     EXPECT_EQ(error && error->cause(), decoding);
+    const bool mixed = std::string_view(c.message).starts_with("All array");
+    EXPECT_EQ(error && error->parameter("expected") && error->parameter("actual"), mixed);
   }
 }
 
@@ -227,6 +248,52 @@ TEST(JsonMarshaler, LongValuesStreamInPieces) {
     texts.push_back("\"\\\n" + std::to_string(i));
   const AttributeMap map{{"ovserialize", AttributeValue::list_of(texts)}};
   EXPECT_EQ(read(written(map)), one(map));
+}
+
+/// Notes the calls, and of string data the sizes.
+class CallRecorder final : public ovjson::Writer {
+ public:
+  using Writer::member_name;
+  using Writer::string_data;
+  void member_name(const char* chars, std::size_t size) override {
+    calls += "name " + std::string(chars, size) + "; ";
+  }
+  void string_value(const char*, std::size_t) override { calls += "string; "; }
+  void boolean_value(bool) override { calls += "boolean; "; }
+  void integer_value(std::int64_t) override { calls += "integer; "; }
+  void double_value(double) override { calls += "double; "; }
+  void number_value(const char*, std::size_t) override { calls += "number; "; }
+  void null_value() override { calls += "null; "; }
+  void begin_object() override { calls += "begin object; "; }
+  void end_object() override { calls += "end object; "; }
+  void begin_array() override { calls += "begin array; "; }
+  void end_array() override { calls += "end array; "; }
+  void begin_streamed_string() override { calls += "begin string; "; }
+  void string_data(const char* chars, std::size_t size) override {
+    calls += "data " + std::to_string(size) + "; ";
+    data.append(chars, size);
+  }
+  void end_streamed_string() override { calls += "end string; "; }
+
+  std::string calls;
+  std::string data;
+};
+
+// Small pieces are gathered to 2,048 bytes.
+TEST(JsonMarshaler, TheLosslessFormIsAStringOfLargePieces) {
+  const auto recorded = [](const AttributeValue& value) {
+    CallRecorder recorder;
+    write_attribute_value(recorder, value);
+    return std::pair(recorder.calls, recorder.data);
+  };
+  const std::string before = "begin object; name ovserialize; begin string; ";
+  const std::string behind = "end string; end object; ";
+  EXPECT_EQ(recorded(2.5).first, before + "data 3; " + behind);
+  const AttributeValue ones = AttributeValue::list_of(std::vector<double>(1000, 1.0));
+  const auto [calls, text] = recorded(ones);
+  EXPECT_EQ(calls, before + "data 2048; data 2048; data " + std::to_string(text.size() - 4096) +
+                       "; " + behind);
+  EXPECT_EQ(read("{\"ovserialize\": \"" + text + "\"}"), ones);
 }
 
 TEST(JsonMarshaler, OrdersNamesOnRequest) {
