@@ -2,9 +2,11 @@
 // How values and maps are written as text for people. Nothing reads it back.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "ovcore/export.h"
 #include "ovcore/ref_count.h"
