@@ -184,7 +184,7 @@ Token Tokenizer::number() {
     m_text = m_number;
   }
   if (m_mode == Mode::failed) return Token::error;
-  if (m_text.size() > m_max_text_size) return fail_size();
+  if (m_text.size() > m_max_text_size) return fail_size(m_token_offset);
 
   const impl::NumberFault fault = impl::check_number(m_text);
   if (fault.at == nullptr && !impl::is_word(*m_next)) return Token::number;
@@ -259,7 +259,9 @@ Token Tokenizer::string_run() {
 Token Tokenizer::run(std::string_view text) {
   m_text = text;
   m_text_size += text.size();
-  return m_text_size <= m_max_text_size ? Token::char_data : fail_size();
+  if (m_text_size <= m_max_text_size) return Token::char_data;
+  // At the first byte too many, however the text was cut into runs.
+  return fail_size(m_token_offset + (text.size() - (m_text_size - m_max_text_size)));
 }
 
 // What `unicode_escape` and `read_sequence` give.
@@ -484,8 +486,8 @@ Token Tokenizer::fail_here(const char* cut_off, const char* message) {
   return fail(message, offset(m_next), quoted(static_cast<unsigned char>(c)));
 }
 
-Token Tokenizer::fail_size() {
-  fail("Node value exceeds {@maxSize}bytes of character data", m_token_offset, {});
+Token Tokenizer::fail_size(std::uint64_t at) {
+  fail("Node value exceeds {@maxSize}bytes of character data", at, {});
   m_fault.kind = Fault::Kind::size;
   return Token::error;
 }

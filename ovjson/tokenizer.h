@@ -138,7 +138,7 @@ class OV_EXPORT Tokenizer {
 
   Token fail(const char* message, std::uint64_t at, std::string found);
   Token fail_here(const char* cut_off, const char* message);
-  Token fail_size();
+  Token fail_size(std::uint64_t at);
 
   ovcore::RefCountPtr<ovcore::IReadStream> m_source;
   std::size_t m_capacity;

@@ -57,11 +57,14 @@ TEST(ReaderLimits, LimitsCharacterDataEvenWhenItIsSkipped) {
   for (const char* text : {"[\"abcd\", 1]", "{\"abcd\":1}", "{abcd:1}", "[1234, 1]"})
     EXPECT_NO_THROW(walk(Document(text, "", {.max_value_size = 4}).reader));
   for (const auto& c : std::initializer_list<std::pair<const char*, int>>{
-           {"[\"abcde\", 1]", 3}, {"{\"abcde\":1}", 3}, {"{abcde:1}", 2}, {"[12345, 1]", 2}}) {
-    EXPECT_ERROR(walk(Document(c.first, "", {.max_value_size = 4}).reader),
-                 error::ovjson_reader_unexpected_size,
-                 "Node value exceeds 4bytes of character data [line 1, pos " +
-                     std::to_string(c.second) + "]");
+           {"[\"abcde\", 1]", 7}, {"{\"abcde\":1}", 7}, {"{abcde:1}", 6}, {"[12345, 1]", 2}}) {
+    for (const std::size_t buffer : {64, 3, 1}) {
+      const ReaderOptions options{.max_value_size = 4, .buffer_size = buffer};
+      EXPECT_ERROR(walk(Document(c.first, "", options).reader),
+                   error::ovjson_reader_unexpected_size,
+                   "Node value exceeds 4bytes of character data [line 1, pos " +
+                       std::to_string(c.second) + "]");
+    }
   }
 }
 
