@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "ovcore/error_codes.h"
@@ -40,6 +41,24 @@ mode_t mode_of(const std::string& file) {
 bool is_special(const std::string& file) {
   struct stat old;
   return ::stat(file.c_str(), &old) == 0 && !S_ISREG(old.st_mode);
+}
+
+/// As /dev/stdout is, and its like.
+bool is_standard_output(const std::string& file) {
+  struct stat named;
+  struct stat open;
+  return ::stat(file.c_str(), &named) == 0 && ::fstat(STDOUT_FILENO, &open) == 0 &&
+         named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+/// The file that a link leads to, so that the link stays what it is.
+std::string behind_links(const std::string& file) {
+  struct stat link;
+  if (::lstat(file.c_str(), &link) != 0 || !S_ISLNK(link.st_mode)) return file;
+  const std::unique_ptr<char, decltype(&std::free)> target(::realpath(file.c_str(), nullptr),
+                                                           &std::free);
+  if (!target) fail_writing(errno);
+  return target.get();
 }
 
 // The file to remove when a signal ends the program; empty for none.
@@ -99,12 +118,13 @@ class Target final : public ovcore::IWriteStream {
 }  // namespace
 
 Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
-  if (file == "-") {
+  if (file == "-" || is_standard_output(file)) {
     m_descriptor = STDOUT_FILENO;
   } else if (is_special(file)) {
     m_descriptor = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
   } else {
-    m_temporary = file + ".XXXXXX";
+    m_file = behind_links(file);
+    m_temporary = m_file + ".XXXXXX";
     m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);
     if (m_descriptor < 0) m_temporary.clear();
     remove_when_interrupted(m_temporary);
