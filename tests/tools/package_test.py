@@ -83,6 +83,13 @@ class Files(InFolder):
         with self.assertRaises(FileNotFoundError):
             self.read("out.ovp")
 
+    def test_one_file_an_option(self):
+        self.run_tool("package", "create", "a", "-o", "a.ovp")
+        self.run_tool("package", "create", "b", "-o", "b.ovp")
+        out = self.run_tool("convert", "--package", "a.ovp", "--package", "b.ovp", "-", "-o", "-",
+                            stdin=b'{"a":1}')
+        self.assertEqual(out, b'{"a":1}\n')
+
     def test_usage(self):
         for arguments in [("package",), ("package", "create"), ("package", "union"),
                           ("package", "create", "a", "--from", "a.json"),

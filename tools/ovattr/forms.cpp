@@ -53,8 +53,7 @@ void add_package_option(CLI::App& command, std::vector<std::string>& files) {
       .add_option("--package", files,
                   "A file of packages of names, which stand as numbers in binary and text; may "
                   "come several times")
-      ->expected(1)
-      ->take_all()
+      ->allow_extra_args(false)  // what follows the one is the next argument
       ->option_text("FILE");
 }
 
