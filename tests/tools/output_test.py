@@ -29,6 +29,39 @@ class Output(InFolder):
         self.assertEqual(process.returncode, -signal.SIGTERM)
         self.assertEqual(os.listdir(self.folder), [])
 
+    def test_links_stay(self):
+        self.write("in.json", b"[1, 2]")
+        self.write("old.json", b"3")
+        os.symlink("old.json", self.path("link.json"))
+        self.run_tool("convert", "in.json", "-o", "link.json")
+        self.assertTrue(os.path.islink(self.path("link.json")))
+        self.assertEqual(self.read("old.json"), b"[1,2]\n")
+
+        os.symlink("nowhere", self.path("broken.json"))
+        self.refuse("convert", "in.json", "-o", "broken.json")
+        self.assertTrue(os.path.islink(self.path("broken.json")))
+
+    def test_a_link_to_standard_output_is_standard_output(self):
+        self.write("in.json", b"[1, 2]")
+        os.symlink("/proc/self/fd/1", self.path("stdout"))
+        with open(self.path("out"), "wb") as out:
+            out.write(b"before ")
+            out.flush()
+            process = start("convert", "in.json", "-o", "stdout", stdout=out, cwd=self.folder)
+            self.assertEqual(process.wait(), 0)
+        self.assertEqual(self.read("out"), b"before [1,2]\n")
+        self.assertTrue(os.path.islink(self.path("stdout")))
+
+    def test_a_closed_stream_is_not_the_output(self):
+        for stream in [0, 1]:
+            self.write("in.json", b"[1, 2]")
+            with open(self.path("in.json"), "rb") as data:
+                process = start("convert", "-", "-o", "out.json", stdin=data, cwd=self.folder,
+                                stderr=subprocess.DEVNULL, preexec_fn=lambda: os.close(stream))
+                code = process.wait()
+            self.assertEqual((code, os.path.exists(self.path("out.json"))),
+                             (1, False) if stream == 0 else (0, True))
+
 
 if __name__ == "__main__":
     unittest.main()

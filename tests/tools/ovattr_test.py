@@ -90,6 +90,8 @@ class Failures(unittest.TestCase):
                 code, out, err = ovattr(*arguments)
                 self.assertEqual((code, out), (2, ""))
                 self.assertTrue(err.startswith("ovattr: "), err)
+        code, _, err = ovattr("sing", "a.json")
+        self.assertEqual((code, err.splitlines()[0]), (2, "ovattr: Unexpected argument: sing"))
         for command in ["show", "query", "convert", "diff", "inspect", "package", "package create",
                         "package show", "package union"]:
             code, out, _ = ovattr(*command.split(), "--help")
@@ -157,6 +159,16 @@ class Diff(unittest.TestCase):
             "! /n: [Integer: 2] => [Double: 2.0]",
             "+ /new: [AttributeMap: { 'y' => [Integer: {1, 2}]}]",
         ])
+
+
+    def test_a_name_does_not_break_the_line(self):
+        code, out, _ = self.diff(r'{"a\n- /b": 1}', "{}")
+        self.assertEqual((code, out), (1, '- "/a\\n- ~1b": [Integer: 1]\n'))
+
+    def test_standard_input_is_one_file(self):
+        code, out, err = ovattr("diff", "-", "-", stdin=b"1")
+        self.assertEqual((code, out), (2, ""))
+        self.assertIn("only once", err)
 
 
 class Show(unittest.TestCase):

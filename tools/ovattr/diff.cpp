@@ -14,6 +14,7 @@
 #include "tools/ovattr/output.h"
 #include "tools/ovattr/packages.h"
 #include "tools/ovattr/pointer.h"
+#include "tools/ovattr/quoted.h"
 #include "tools/ovattr/values.h"
 
 namespace ovattr {
@@ -88,7 +89,7 @@ class Difference {
 
   std::ostream& line(char mark, const std::string& pointer, const AttributeValue& value) {
     m_found = true;
-    m_out << mark << ' ' << pointer << ": ";
+    m_out << mark << ' ' << (pointer.empty() ? pointer : plain_or_quoted(pointer)) << ": ";
     value.write_trace(m_out, m_formatter, 0);
     return m_out;
   }

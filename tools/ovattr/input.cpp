@@ -4,13 +4,20 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <utility>
+
+#include "tools/ovattr/command.h"
 #include "tools/ovattr/progress.h"
 
 namespace ovattr {
 namespace {
 
 ovcore::RefCountPtr<ovcore::FileReadStream> open_file(const std::string& file) {
-  if (file == "-") return ovcore::make_ref_counted<ovcore::FileReadStream>(STDIN_FILENO);
+  if (file == "-") {
+    static bool taken = false;
+    if (std::exchange(taken, true)) throw UsageError("Standard input can be read only once");
+    return ovcore::make_ref_counted<ovcore::FileReadStream>(STDIN_FILENO);
+  }
   return ovcore::make_ref_counted<ovcore::FileReadStream>(file);
 }
 

@@ -13,7 +13,7 @@ namespace ovattr {
 /// A file, or standard input for "-". What is read shows in the progress line.
 class Input final : public ovcore::IReadStream {
  public:
-  /// Raises `ovcore_stream_read`.
+  /// Raises `ovcore_stream_read`, and a usage error when standard input is asked for again.
   explicit Input(const std::string& file);
 
   std::size_t read(void* buffer, std::size_t size) override;

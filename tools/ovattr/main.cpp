@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // ovattr: attribute values on the command line.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
+#include <vector>
 
 #include "ovattribute/error_codes.h"
 #include "tools/ovattr/command.h"
@@ -30,6 +35,23 @@ void report_failure(const FileFailure& failure, bool verbose) {
   }
 }
 
+/// A file opened later must not be taken for a standard stream that was closed; using that still
+/// fails.
+void occupy_closed_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) != -1) continue;
+    static_cast<void>(::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+  }
+}
+
+/// What is not known goes before what is missing.
+std::string usage_message(const CLI::App* app, const CLI::Error& e) {
+  const std::vector<std::string> unknown = app->remaining(true);
+  const bool missing = e.get_name() == "RequiredError" && !unknown.empty();
+  const std::string what = missing ? "Unexpected argument: " + unknown.front() : e.what();
+  return "ovattr: " + what + "\nTry ovattr --help.\n";
+}
+
 int run(int argc, char** argv) {
   CLI::App app("Typed, named data: show, query and convert attribute values.", "ovattr");
   bool verbose = false;
@@ -37,9 +59,7 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", version_text, "Print version, build and module information");
   app.require_subcommand(1);
   app.fallthrough();
-  app.failure_message([](const CLI::App*, const CLI::Error& e) {
-    return "ovattr: " + std::string(e.what()) + "\nTry ovattr --help.\n";
-  });
+  app.failure_message(usage_message);
   app.footer("Every command has a --help of its own, with an example:\n  ovattr convert --help");
   add_show(app);
   add_query(app);
@@ -54,7 +74,8 @@ int run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : bad_usage;
+    if (app.exit(e) != 0) return bad_usage;
+    return std::cout.flush() ? 0 : bad_data;
   } catch (const UsageError& e) {
     report(e.what());
     return bad_usage;
@@ -91,6 +112,7 @@ void fail(const std::string& file, ovcore::SourceString message) {
 }  // namespace ovattr
 
 int main(int argc, char** argv) {
+  ovattr::occupy_closed_streams();
   const int code = ovattr::run(argc, argv);
   ovattr::Progress::of_process().stop();
   return code;
