@@ -217,7 +217,7 @@ TEST(SecuredCipher, LeaksNothingWhenAnAllocationFails) {
 TEST(SecuredCipher, ServesThreadsAtOnce) {
   const auto provider = SecuredValue::default_cipher_provider();
   const ovcrypto::Key key = key_of(numbered(32));
-  const auto plaintext = list_of(numbered(500), 64);
+  const auto plaintext = list_of(numbered(20'000), 9000);  // for all of EVP's contexts
   std::vector<std::thread> threads;
   std::vector<int> opened(4);
   for (int& count : opened) {
