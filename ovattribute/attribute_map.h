@@ -34,7 +34,8 @@ struct MapAccess;
 /// so it may be reached from many threads; one map object is used by one thread at a time.
 /// Entries are ordered by token identity of their names, an order that is stable within one process
 /// only. Iterators are those of an ordered map: they stay valid until their own entry is erased or
-/// the holder is given up. A map that was moved from is empty.
+/// the holder is given up. A mutable one writes to the holder that it was taken from: take it anew
+/// after the map was copied. A map that was moved from is empty.
 class OV_EXPORT AttributeMapBase {
  public:
   struct NameWord {

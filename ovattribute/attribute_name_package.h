@@ -75,7 +75,7 @@ class OV_EXPORT AttributeNamePackage final : public ovcore::RefCounted {
   const impl::NameIndex m_index;
 };
 
-/// Collects names; repeats collapse.
+/// Collects names, also those of packages, which are not null; repeats collapse.
 class OV_EXPORT AttributeNamePackage::Composer {
  public:
   Composer() = default;
@@ -146,7 +146,7 @@ class OV_EXPORT AttributeNamePackageSet final : public ovcore::RefCounted {
   const impl::NameIndex m_index;  // of the names of all packages
 };
 
-/// Collects packages.
+/// Collects packages and sets, none of them null.
 class OV_EXPORT AttributeNamePackageSet::Composer {
  public:
   Composer() = default;

@@ -106,10 +106,17 @@ class JsonReading {
     return d ? *d : m_walk.make_current()->as_double();  // which raises the reader's error
   }
 
+  /// The Integer that a number stands for which is not written as one. In the exact mode the least
+  /// Integer is none: numbers below it are rounded to it.
+  std::optional<long long> rounded(double d) const {
+    if (m_options.exact_integers && d == -two_to_63) return std::nullopt;
+    return integral(d);
+  }
+
   AttributeValue read_number() {
     if (const auto exact = literal()) return *exact;
     const double d = as_double();
-    if (const auto i = integral(d)) return *i;
+    if (const auto i = rounded(d)) return *i;
     return d;
   }
 
@@ -197,7 +204,7 @@ class JsonReading {
       std::optional<long long> i = literal();
       const double d = i && *i != 0 ? static_cast<double>(*i) : as_double();
       lossy = lossy || (i && !held_by_double(*i));
-      if (!i) i = integral(d);
+      if (!i) i = rounded(d);
       if (!i && !doubles) doubles = as_doubles(*integers, minus_zeros);
       if (doubles && lossy) {
         raise("Array holds a fraction and an integer that no Double can hold.");

@@ -103,6 +103,9 @@ TEST(JsonMarshaler, KeepsIntegersExactlyOnRequest) {
   EXPECT_EQ(read("9007199254740993", exact), one(9007199254740993LL));
   EXPECT_EQ(read("9223372036854775807", exact), one(std::numeric_limits<long long>::max()));
   EXPECT_EQ(read("9223372036854775808", exact), one(9223372036854775808.0));
+  EXPECT_EQ(read("-9223372036854775809", exact), one(-9223372036854775808.0));
+  EXPECT_EQ(read("[-9223372036854775809]", exact), one(-9223372036854775808.0));
+  EXPECT_EQ(read("-9223372036854775808", exact), one(std::numeric_limits<long long>::min()));
   EXPECT_EQ(read("-0", exact), one(0));
   EXPECT_EQ(read("[9007199254740993, 1.0]", exact), (AttributeValue{9007199254740993LL, 1LL}));
   EXPECT_EQ(read("[9007199254740992, 0.5]", exact), (AttributeValue{9007199254740992.0, 0.5}));
