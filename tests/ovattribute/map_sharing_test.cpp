@@ -2,7 +2,6 @@
 // Which operations share the storage of maps, which copy it, and what they leave when they fail.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <iterator>
 #include <new>
@@ -36,62 +35,30 @@ MutableAttributeMap own_map(std::size_t size) {
 TEST(MapSharing, CopiesCostNoAllocation) {
   using Make = AttributeMap (*)(const AttributeMap&);
   const std::pair<const char*, Make> cases[] = {
-      {"copy", [](const AttributeMap& m) { return AttributeMap(m); }},
-      {"copy of the base",
-       [](const AttributeMap& m) { return AttributeMap(static_cast<const AttributeMapBase&>(m)); }},
-      {"thaw and freeze",
-       [](const AttributeMap& m) { return AttributeMap(MutableAttributeMap(m)); }},
-      {"thaw the base",
+      {"copy, thaw and freeze",
        [](const AttributeMap& m) {
-         return AttributeMap(MutableAttributeMap(static_cast<const AttributeMapBase&>(m)));
-       }},
-      {"freeze a copy",
-       [](const AttributeMap& m) {
-         const MutableAttributeMap changing = m;
-         return AttributeMap(changing);
+         const MutableAttributeMap changing = AttributeMap(m);
+         const AttributeMap frozen(changing);
+         const MutableAttributeMap of_base(static_cast<const AttributeMapBase&>(frozen));
+         return AttributeMap(static_cast<const AttributeMapBase&>(of_base));
        }},
       {"assign",
        [](const AttributeMap& m) {
-         AttributeMap a;
+         AttributeMap a, b, c;
+         MutableAttributeMap changing;
          a = m;
-         return a;
+         changing = a;
+         b = changing;
+         static_cast<AttributeMapBase&>(c) = b;
+         return c;
        }},
-      {"assign to a mutable one",
-       [](const AttributeMap& m) {
-         MutableAttributeMap a;
-         a = m;
-         return AttributeMap(a);
-       }},
-      {"assign a mutable one",
-       [](const AttributeMap& m) {
-         const MutableAttributeMap changing = m;
-         AttributeMap a;
-         a = changing;
-         return a;
-       }},
-      {"assign to the base",
-       [](const AttributeMap& m) {
-         AttributeMap a;
-         static_cast<AttributeMapBase&>(a) = m;
-         return a;
-       }},
-      {"swap",
+      {"swap and transfer",
        [](const AttributeMap& m) {
          AttributeMap a = m, b;
          a.swap(b);
-         return b;
-       }},
-      {"swap mutable ones",
-       [](const AttributeMap& m) {
-         MutableAttributeMap a = m, b;
-         a.swap(b);
-         return AttributeMap(b);
-       }},
-      {"transfer",
-       [](const AttributeMap& m) {
-         AttributeMap a = m;
-         MutableAttributeMap b = AttributeMap(a.transfer());
-         return AttributeMap(MutableAttributeMap(b.transfer()));
+         MutableAttributeMap c = AttributeMap(b.transfer()), d;
+         c.swap(d);
+         return AttributeMap(MutableAttributeMap(d.transfer()));
        }},
       {"lend and give back",
        [](const AttributeMap& m) {
@@ -328,7 +295,6 @@ void insert_others(Entries& e) {
 
 const Change changes[] = {
     {"add a new name", [](auto& m) { m.add(n60, long_text()); }, set_n60},
-    {"add an attribute", [](auto& m) { m.add(Attribute(n60, long_text())); }, set_n60},
     {"add a name", [](auto& m) { EXPECT_EQ(&m.add(n0, long_text()), &m); },
      [](Entries& e) { e["n0"] = long_text(); }},
     {"find or insert Null",
@@ -337,8 +303,6 @@ const Change changes[] = {
        EXPECT_EQ(&m.find(n60)->second, value);
      },
      [](Entries& e) { e["n60"]; }},
-    {"assign by index", [](auto& m) { m[n0] = long_text(); },
-     [](Entries& e) { e["n0"] = long_text(); }},
     {"insert a new name",
      [](auto& m) {
        const auto [at, inserted] = m.insert({n60, long_text()});
@@ -374,8 +338,6 @@ const Change changes[] = {
        m.insert(other.begin(), other.end());
      },
      insert_others},
-    {"insert an empty range", [](auto& m) { m.insert(other_map().end(), other_map().end()); },
-     keep},
     {"add a map", [](auto& m) { m.add(other_map()); },
      [](Entries& e) {
        e["n0"] = "other";
@@ -387,7 +349,6 @@ const Change changes[] = {
        EXPECT_EQ(m.erase(n0), present);
      },
      [](Entries& e) { e.erase("n0"); }},
-    {"erase a name that is not there", [](auto& m) { EXPECT_EQ(m.erase(n60), 0u); }, keep},
     {"erase where an iterator is",
      [](auto& m) {
        const auto at = std::as_const(m).find(n0);
@@ -405,8 +366,6 @@ const Change changes[] = {
        EXPECT_EQ(m.begin(), next);
      },
      [](Entries& e) { std::erase_if(e, [](const auto& x) { return x.first < name(3); }); }},
-    {"erase all", [](auto& m) { EXPECT_EQ(m.erase(m.begin(), m.end()), m.end()); },
-     [](Entries& e) { e.clear(); }},
     {"clear", [](auto& m) { m.clear(); }, [](Entries& e) { e.clear(); }},
     {"begin", [](auto& m) { EXPECT_EQ(m.begin() == m.end(), m.empty()); }, keep},
     {"end",
@@ -465,8 +424,6 @@ const Change changes[] = {
 
 enum class Start { unique, shared, default_built };
 
-class MapChange : public testing::TestWithParam<Change> {};
-
 void check_change(const Change& change, Start start, std::size_t size) {
   const AttributeMap before = own_map(size);
   Entries expected = entries_of(before);
@@ -496,23 +453,18 @@ void check_change(const Change& change, Start start, std::size_t size) {
   EXPECT_TRUE(kept) << "the other handle";
 }
 
-TEST_P(MapChange, ChangesOneMapOrNone) {
-  for (const std::size_t size : {1, 2, 5, 6, 7, 8, 9, 20}) {
-    SCOPED_TRACE(size);
-    check_change(GetParam(), Start::unique, size);
-    check_change(GetParam(), Start::shared, size);
+TEST(MapSharing, AChangeChangesOneMapOrNone) {
+  for (const Change& change : changes) {
+    for (const std::size_t size : {1, 2, 5, 6, 7, 8, 9, 20}) {
+      SCOPED_TRACE(std::string(change.what) + ", " + std::to_string(size));
+      check_change(change, Start::unique, size);
+      check_change(change, Start::shared, size);
+    }
+    SCOPED_TRACE(change.what);
+    check_change(change, Start::default_built, 0);
   }
-  check_change(GetParam(), Start::default_built, 0);
   EXPECT_TRUE(AttributeMap().empty()) << "the holder that all default-built maps share";
 }
-
-std::string test_name(const testing::TestParamInfo<Change>& info) {
-  std::string result = info.param.what;
-  std::replace_if(
-      result.begin(), result.end(), [](char c) { return c == ' '; }, '_');
-  return result;
-}
-INSTANTIATE_TEST_SUITE_P(Maps, MapChange, testing::ValuesIn(changes), test_name);
 
 TEST(MapSharing, EveryChangeUnsharesTheHolderExceptForWhatNeedsNone) {
   for (const Change& change : changes) {

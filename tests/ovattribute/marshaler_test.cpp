@@ -23,9 +23,6 @@
 #include "ovcore/simple_date_time.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/stream_reader.h"
-#include "ovserialize/stream_writer.h"
-#include "ovserialize/text_reader.h"
-#include "ovserialize/text_writer.h"
 #include "ovuri/uri_reference.h"
 #include "tests/ovattribute/marshaling.h"
 #include "tests/ovattribute/sample_values.h"
@@ -275,42 +272,6 @@ TEST(Marshaler, OtherItemsAreErrorsOfTheReader) {
     EXPECT_EQ(info->code(), c.code) << info->message();
     EXPECT_EQ(target, "before");
   }
-}
-
-TEST(Marshaler, EveryValueSurvivesInEveryForm) {
-  const AttributeMap map = nested_samples(4);
-  const AttributeValue value(map);
-  const std::string bytes = bytes_of_value(value);
-
-  for (const std::size_t segment : {0, 3}) {
-    ovserialize::MemoryWriter writer({.segment_size = segment});
-    writer << value;
-    const auto list = writer.detach();
-    ASSERT_EQ(text_of(*list), bytes);
-    ovserialize::MemoryReader reader(list);
-    AttributeValue read;
-    reader >> read;
-    expect_same(read, value);
-  }
-
-  std::string streamed;
-  ovcore::StringWriteStream target(streamed);
-  ovserialize::StreamWriter stream_writer(target, {}, 64);
-  stream_writer << value;
-  stream_writer.flush();
-  ASSERT_EQ(streamed, bytes);
-  ovtest::PieceStream source(bytes, {7});
-  ovserialize::StreamReader stream_reader(source, {}, 64);
-  expect_same(read_attribute_value(stream_reader), value);
-
-  std::string text;
-  ovserialize::StringTextTarget text_target(text);
-  ovserialize::TextWriter text_writer(text_target);
-  text_writer << value;
-  text_writer.close();
-  ovcore::MemoryReadStream text_source{ovcore::SourceString(text)};
-  ovserialize::TextReader text_reader(text_source);
-  expect_same(read_attribute_value(text_reader), value);
 }
 
 TEST(Marshaler, EveryValueSurvivesAloneAndAsAnAttribute) {
@@ -597,21 +558,6 @@ TEST(Marshaler, KeysAreReadFromScalarBinaries) {
     EXPECT_ERROR(key_from(c.bytes), c.code, c.message);
   }
 #undef OV_FOUND
-}
-
-TEST(Marshaler, KeysAreNowhereElse) {
-  const std::string secret(100, 'k');
-  const std::string bytes = bytes_of_value(
-      BinaryValue(reinterpret_cast<const unsigned char*>(secret.data()), secret.size()));
-  std::size_t seen = 0;
-  {
-    const ovtest::WatchFrees watch(
-        [&](std::string_view block) { seen += block.find(secret.substr(0, 40)) != block.npos; });
-    ovserialize::MemoryReader reader(bytes.data(), bytes.size());
-    const ovcrypto::Key key = impl::read_key_as_binary(reader);
-    EXPECT_EQ(key.size(), secret.size());
-  }
-  EXPECT_EQ(seen, 0u);
 }
 
 }  // namespace
