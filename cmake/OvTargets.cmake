@@ -43,6 +43,7 @@ function(ov_add_library name)
     set_target_properties(${name} PROPERTIES
       VERSION ${PROJECT_VERSION}
       SOVERSION ${PROJECT_VERSION_MAJOR}
+      DEFINE_SYMBOL ""  # objects of shared and static libraries are the same
       INSTALL_RPATH "$ORIGIN")
     get_target_property(type ${name} TYPE)
     if(type STREQUAL "SHARED_LIBRARY")
