@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// How rows of the benchmarks are registered: topic/variant/library.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace ovbench {
+
+inline std::string row(const char* topic, const std::string& variant, const char* library) {
+  return std::string(topic) + '/' + variant + '/' + library;
+}
+
+/// `f(state)` runs the loop and returns the number of items that one iteration handles.
+template <class F>
+benchmark::internal::Benchmark* add_row(const std::string& name, F f) {
+  return benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+    const std::size_t items = f(state);
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(items));
+  });
+}
+
+/// The same for loops whose iteration handles so many items, or bytes.
+template <class F>
+void add_row(const std::string& name, std::size_t items, F f) {
+  add_row(name, [=](benchmark::State& state) {
+    f(state);
+    return items;
+  });
+}
+
+template <class T>
+void keep(const T& result) {
+  benchmark::DoNotOptimize(&result);
+  benchmark::ClobberMemory();
+}
+
+inline int run(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
+
+}  // namespace ovbench
