@@ -235,6 +235,16 @@ class Refusals(Sealing):
             with self.subTest(arguments):
                 self.refuse_to_write(*arguments, code=2)
 
+    def test_the_key_is_no_output(self):
+        self.seal("d.json", "sealed.json")
+        os.symlink("k", self.path("link"))
+        os.link(self.path("k"), self.path("same"))
+        for output in ["k", "link", "same"]:
+            for arguments in [self.seal_options("d.json", output),
+                              ("open", "sealed.json", "-o", output, "--key-file", "k")]:
+                self.assertIn("The output would take the place of the key",
+                              self.refuse_to_write(*arguments, code=2))
+
     def test_a_failure_leaves_the_old_output(self):
         self.write("old.json", "1\n")
         self.refuse_to_write(*self.seal_options("d.json", "old.json", "--at", "/x"))

@@ -68,6 +68,15 @@ std::string KeySource::name() const {
   return descriptor ? "file descriptor " + std::to_string(*descriptor) : file;
 }
 
+void KeySource::refuse_as_output(const std::string& output) const {
+  struct stat key;
+  struct stat target;
+  if (output == "-" || ::stat(output.c_str(), &target) != 0 || !S_ISREG(target.st_mode)) return;
+  if ((descriptor ? ::fstat(*descriptor, &key) : ::stat(file.c_str(), &key)) != 0) return;
+  if (key.st_dev != target.st_dev || key.st_ino != target.st_ino) return;
+  throw UsageError("The output would take the place of the key: " + output);
+}
+
 ovcrypto::Key KeySource::read() const {
   if (!descriptor && file.empty()) {
     throw UsageError("--key-file or --key-fd says where the key is");

@@ -22,6 +22,8 @@ struct KeySource {
   [[nodiscard]] std::string name() const;
   /// The raw bytes, exactly 16 or 32. Errors name the source.
   [[nodiscard]] ovcrypto::Key read() const;
+  /// What a key sealed is lost with it. Raises a usage error.
+  void refuse_as_output(const std::string& output) const;
 };
 
 /// Adds --key-file and --key-fd.

@@ -27,6 +27,7 @@ struct Open {
 
   void run() const {
     const Pointer pointer = pointer_of_option(at);
+    key_source.refuse_as_output(writing.file);
     const ovcrypto::Key key = key_source.read();
     const AttributeValue whole = read_document(reading);
     const AttributeValue opened = about_file(input_name(reading.file), [&] {

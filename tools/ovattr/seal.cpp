@@ -30,6 +30,7 @@ struct Seal {
     const Pointer pointer = pointer_of_option(at);
     const std::optional<ovcore::Uuid> id = ovcore::Uuid::try_parse(instance);
     if (!id) throw UsageError("--key-id: " + instance + " is not a UUID");
+    key_source.refuse_as_output(writing.file);
     const ovcrypto::Key key = key_source.read();
     const AttributeValue whole = read_document(reading);
     const AttributeValue sealed = about_file(input_name(reading.file), [&] {
