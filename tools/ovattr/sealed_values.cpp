@@ -2,7 +2,6 @@
 #include "tools/ovattr/sealed_values.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <utility>
 
 #include "ovattribute/attribute_map.h"
@@ -128,7 +127,7 @@ bool is_refusal(const ovcore::ErrorInfo& error) {
 }
 
 void KeyFindings::add_authentic(const SecuredValue& sealed) {
-  m_authentic.push_back(sealed.key_id());
+  m_authentic.insert(sealed.key_id());
 }
 
 void KeyFindings::add_refused(const SecuredValue& sealed, const std::string& pointer,
@@ -139,9 +138,7 @@ void KeyFindings::add_refused(const SecuredValue& sealed, const std::string& poi
 void KeyFindings::judge(const std::string& file) const {
   if (m_authentic.empty() && m_refused.empty()) fail(file, "There is no sealed value");
   for (const Refusal& refusal : m_refused) {
-    const bool same_key =
-        std::find(m_authentic.begin(), m_authentic.end(), refusal.key_id) != m_authentic.end();
-    if (!same_key && !m_authentic.empty()) continue;
+    if (!m_authentic.empty() && !m_authentic.contains(refusal.key_id)) continue;
     throw FileFailure(place_in(file, refusal.pointer), refusal.why);
   }
   if (m_refused.empty()) return;

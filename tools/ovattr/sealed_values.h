@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -63,7 +64,7 @@ class KeyFindings {
     ErrorInfoPtr why;
   };
 
-  std::vector<ovattribute::SecuredValue::KeyId> m_authentic;
+  std::set<ovattribute::SecuredValue::KeyId> m_authentic;
   std::vector<Refusal> m_refused;
 };
 
