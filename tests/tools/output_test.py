@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """What becomes of results when the reader or the user leaves."""
+import json
 import os
+import resource
 import signal
 import subprocess
 import time
@@ -24,10 +26,17 @@ class Output(InFolder):
                    cwd=self.folder) as process:
             while not os.listdir(self.folder):
                 time.sleep(0.01)
-            time.sleep(0.2)  # the file is there a moment before it is known what to remove
-            process.terminate()
+            process.terminate()  # at once: the file is known as soon as it is there
         self.assertEqual(process.returncode, -signal.SIGTERM)
         self.assertEqual(os.listdir(self.folder), [])
+
+    def test_a_limit_on_files_is_an_error(self):
+        self.write("in.json", json.dumps("x" * 10_000))
+        process = start("convert", "in.json", "-o", "out.json", cwd=self.folder,
+                        stderr=subprocess.PIPE,
+                        preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000)))
+        self.assertIn(b"File too large", process.communicate()[1])
+        self.assertEqual((process.returncode, os.listdir(self.folder)), (1, ["in.json"]))
 
     def test_links_stay(self):
         self.write("in.json", b"[1, 2]")

@@ -6,9 +6,10 @@ import json
 import os
 import stat
 import subprocess
+import time
 import unittest
 
-from tool import ISO_CODES, TOOL, InFolder
+from tool import ISO_CODES, TOOL, InFolder, start
 
 KEY_ID = "0b1f2c6e-58a7-4f1d-9a54-0c5e9d3f7b21"
 OTHER_ID = "ffffffff-58a7-4f1d-9a54-0c5e9d3f7b21"
@@ -63,6 +64,14 @@ class Keygen(Sealing):
             self.assertIn("File exists", self.refuse("keygen", "--size", "16", "-o", name))
         self.assertEqual(self.read("k"), before)
         self.assertFalse(os.path.exists(self.path("nowhere")))
+
+    def test_an_interruption_leaves_a_whole_key_or_none(self):
+        for i in range(20):
+            with start("keygen", "--size", "16", "-o", f"n{i}", cwd=self.folder) as process:
+                time.sleep(0.0005 * i)
+                process.terminate()
+            if os.path.exists(self.path(f"n{i}")):
+                self.assertEqual(len(self.read(f"n{i}")), 16)
 
     def test_usage(self):
         for arguments in [("--size", "24", "-o", "x"), ("-o", "x"), ("--size", "16"),

@@ -12,6 +12,7 @@
 #include "ovcore/read_stream.h"
 #include "ovcore/write_stream.h"
 #include "tools/ovattr/command.h"
+#include "tools/ovattr/output.h"
 
 namespace ovattr {
 namespace {
@@ -58,6 +59,7 @@ class NewFile {
     fail(m_file, std::string("Creating the key file failed: ") + std::strerror(errno));
   }
 
+  const SignalsHeld m_held;
   const std::string m_file;
   int m_descriptor;
 };

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -113,6 +114,7 @@ void fail(const std::string& file, ovcore::SourceString message) {
 
 int main(int argc, char** argv) {
   ovattr::occupy_closed_streams();
+  std::signal(SIGXFSZ, SIG_IGN);  // then writing too much is an error, which leaves nothing behind
   const int code = ovattr::run(argc, argv);
   ovattr::Progress::of_process().stop();
   return code;

@@ -61,6 +61,8 @@ std::string behind_links(const std::string& file) {
   return target.get();
 }
 
+constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
 // The file to remove when a signal ends the program; empty for none.
 char temporary_file[4096];
 
@@ -74,7 +76,7 @@ extern "C" void remove_temporary(int signal) {
 void remove_when_interrupted(const std::string& file) {
   if (file.size() >= sizeof temporary_file) return;
   std::strcpy(temporary_file, file.c_str());
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : ending_signals) {
     if (::signal(number, remove_temporary) == SIG_IGN) ::signal(number, SIG_IGN);
   }
 }
@@ -117,6 +119,18 @@ class Target final : public ovcore::IWriteStream {
 
 }  // namespace
 
+SignalsHeld::SignalsHeld() noexcept {
+  sigset_t held;
+  ::sigemptyset(&held);
+  for (const int number : ending_signals)
+    ::sigaddset(&held, number);
+  ::sigprocmask(SIG_BLOCK, &held, &m_former);
+}
+
+SignalsHeld::~SignalsHeld() {
+  ::sigprocmask(SIG_SETMASK, &m_former, nullptr);
+}
+
 Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
   if (file == "-" || is_standard_output(file)) {
     m_descriptor = STDOUT_FILENO;
@@ -125,6 +139,7 @@ Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
   } else {
     m_file = behind_links(file);
     m_temporary = m_file + ".XXXXXX";
+    const SignalsHeld held;
     m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);
     if (m_descriptor < 0) m_temporary.clear();
     remove_when_interrupted(m_temporary);

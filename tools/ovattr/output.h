@@ -2,12 +2,25 @@
 // Where a command's result goes.
 #pragma once
 
+#include <csignal>
 #include <streambuf>
 #include <string>
 
 #include "ovcore/write_stream.h"
 
 namespace ovattr {
+
+/// While it lives, signals by which users end the program wait, so that a step is done whole.
+class SignalsHeld {
+ public:
+  SignalsHeld() noexcept;
+  SignalsHeld(const SignalsHeld&) = delete;
+  SignalsHeld& operator=(const SignalsHeld&) = delete;
+  ~SignalsHeld();
+
+ private:
+  sigset_t m_former;
+};
 
 /// Standard output for "-", else a file that takes the place of an old one only once it is
 /// complete: what fails half way leaves the old file as it was, or none.
