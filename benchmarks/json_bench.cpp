@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reading, walking and writing JSON documents, beside other libraries where those are installed.
 //
-// json_bench [options of Google Benchmark] [file...]; without files, Debian's iso-codes.
+// json_bench [options of Google Benchmark] [file...]; without files, two of Debian's iso-codes.
 // Rates are bytes of the document as it lies in the file, also for writing, so that they compare.
 #include <benchmark/benchmark.h>
 
@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/rows.h"
 #include "ovattribute/attribute_value.h"
 #include "ovattribute/json_marshaler.h"
 #include "ovcore/read_stream.h"
@@ -30,6 +31,7 @@
 #endif
 #ifdef OV_PEER_BOOST_JSON
 #include <boost/json.hpp>
+#include <boost/json/basic_parser_impl.hpp>
 #endif
 #ifdef OV_PEER_SIMDJSON
 #include <simdjson.h>
@@ -60,29 +62,37 @@ void read_ov(benchmark::State& state, Text text) {
 }
 
 // Every string is put together, every number converted.
-void pull_ov(benchmark::State& state, Text text) {
-  measure(state, text, [&] {
-    ovcore::MemoryReadStream stream(text);
-    ovjson::Reader reader(stream);
-    std::size_t size = 0;
-    while (const auto value = reader.next_value()) {
-      if (value->kind() == ovjson::Reader::Kind::string) size += value->as_string().size();
-      if (value->kind() == ovjson::Reader::Kind::number) size += value->as_double() != 0;
-    }
-    benchmark::DoNotOptimize(size);
-  });
+std::size_t pull_ov(Text text) {
+  ovcore::MemoryReadStream stream(text);
+  ovjson::Reader reader(stream);
+  std::size_t size = 0;
+  while (const auto value = reader.next_value()) {
+    if (value->kind() == ovjson::Reader::Kind::string) size += value->as_string().size();
+    if (value->kind() == ovjson::Reader::Kind::number) size += value->as_double() != 0;
+  }
+  return size;
 }
 
 // Checks UTF-8, names, order of calls and limits; into memory that is used again.
+void write(const ovattribute::AttributeValue& value, std::string& result) {
+  result.clear();
+  ovcore::StringWriteStream stream(result);
+  ovjson::TextWriter writer(stream);
+  ovattribute::write_attribute_value(writer, value);
+  writer.close();
+}
+
+std::string written(Text text) {
+  std::string result;
+  write(read(text), result);
+  return result;
+}
+
 void write_ov(benchmark::State& state, Text text) {
   const ovattribute::AttributeValue value = read(text);
   std::string result;
   measure(state, text, [&] {
-    result.clear();
-    ovcore::StringWriteStream stream(result);
-    ovjson::TextWriter writer(stream);
-    ovattribute::write_attribute_value(writer, value);
-    writer.close();
+    write(value, result);
     benchmark::DoNotOptimize(result);
   });
 }
@@ -98,9 +108,13 @@ struct NlohmannCounter : nlohmann::json_sax<nlohmann::json> {
 
   bool null() override { return true; }
   bool boolean(bool) override { return true; }
-  bool number_integer(number_integer_t) override { return true; }
-  bool number_unsigned(number_unsigned_t) override { return true; }
-  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool number_integer(number_integer_t value) override { return number(value != 0); }
+  bool number_unsigned(number_unsigned_t value) override { return number(value != 0); }
+  bool number_float(number_float_t value, const string_t&) override { return number(value != 0); }
+  bool number(bool counts) {
+    size += counts;
+    return true;
+  }
   bool string(string_t& text) override {
     size += text.size();
     return true;
@@ -117,12 +131,10 @@ struct NlohmannCounter : nlohmann::json_sax<nlohmann::json> {
 };
 
 // Calls back; nothing of the walk can be skipped or asked for later.
-void pull_nlohmann(benchmark::State& state, Text text) {
-  measure(state, text, [&] {
-    NlohmannCounter counter;
-    nlohmann::json::sax_parse(text, &counter);
-    benchmark::DoNotOptimize(counter.size);
-  });
+std::size_t pull_nlohmann(Text text) {
+  NlohmannCounter counter;
+  nlohmann::json::sax_parse(text, &counter);
+  return counter.size;
 }
 
 // Checks UTF-8; no limits.
@@ -147,6 +159,16 @@ void read_rapidjson(benchmark::State& state, Text text) {
 struct RapidjsonCounter : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RapidjsonCounter> {
   std::size_t size = 0;
 
+  bool Key(const char*, rapidjson::SizeType, bool) { return true; }
+  bool Int(int value) { return number(value != 0); }
+  bool Uint(unsigned value) { return number(value != 0); }
+  bool Int64(std::int64_t value) { return number(value != 0); }
+  bool Uint64(std::uint64_t value) { return number(value != 0); }
+  bool Double(double value) { return number(value != 0); }
+  bool number(bool counts) {
+    size += counts;
+    return true;
+  }
   bool String(const char*, rapidjson::SizeType n, bool) {
     size += n;
     return true;
@@ -155,14 +177,12 @@ struct RapidjsonCounter : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Rapidj
 
 // Calls back; nothing of the walk can be skipped or asked for later.
 template <unsigned Flags>
-void pull_rapidjson(benchmark::State& state, Text text) {
-  measure(state, text, [&] {
-    rapidjson::MemoryStream stream(text.data(), text.size());
-    rapidjson::Reader reader;
-    RapidjsonCounter counter;
-    reader.Parse<Flags>(stream, counter);
-    benchmark::DoNotOptimize(counter.size);
-  });
+std::size_t pull_rapidjson(Text text) {
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  rapidjson::Reader reader;
+  RapidjsonCounter counter;
+  reader.Parse<Flags>(stream, counter);
+  return counter.size;
 }
 
 // No check of UTF-8 or of the order of calls; no limits; into memory that is used again.
@@ -193,6 +213,58 @@ void read_boost_arena(benchmark::State& state, Text text) {
   });
 }
 
+struct BoostCounter {
+  using View = boost::json::string_view;
+  using Error = boost::json::error_code;
+  static constexpr std::size_t max_object_size = ~std::size_t{0};
+  static constexpr std::size_t max_array_size = ~std::size_t{0};
+  static constexpr std::size_t max_key_size = ~std::size_t{0};
+  static constexpr std::size_t max_string_size = ~std::size_t{0};
+  std::size_t size = 0;
+
+  bool on_document_begin(Error&) { return true; }
+  bool on_document_end(Error&) { return true; }
+  bool on_object_begin(Error&) { return true; }
+  bool on_object_end(std::size_t, Error&) { return true; }
+  bool on_array_begin(Error&) { return true; }
+  bool on_array_end(std::size_t, Error&) { return true; }
+  bool on_key_part(View, std::size_t, Error&) { return true; }
+  bool on_key(View, std::size_t, Error&) { return true; }
+  bool on_string_part(View text, std::size_t, Error&) {
+    size += text.size();
+    return true;
+  }
+  bool on_string(View text, std::size_t, Error&) {
+    size += text.size();
+    return true;
+  }
+  bool on_number_part(View, Error&) { return true; }
+  bool on_int64(std::int64_t value, View, Error&) {
+    size += value != 0;
+    return true;
+  }
+  bool on_uint64(std::uint64_t value, View, Error&) {
+    size += value != 0;
+    return true;
+  }
+  bool on_double(double value, View, Error&) {
+    size += value != 0;
+    return true;
+  }
+  bool on_bool(bool, Error&) { return true; }
+  bool on_null(Error&) { return true; }
+  bool on_comment_part(View, Error&) { return true; }
+  bool on_comment(View, Error&) { return true; }
+};
+
+// Checks UTF-8; calls back with pieces of strings; an error has no line.
+std::size_t pull_boost(Text text) {
+  boost::json::basic_parser<BoostCounter> parser{boost::json::parse_options()};
+  boost::json::error_code error;
+  parser.write_some(false, text.data(), text.size(), error);
+  return error ? 0 : parser.handler().size;
+}
+
 // No check of UTF-8; no limits.
 void write_boost(benchmark::State& state, Text text) {
   const boost::json::value value = boost::json::parse(text);
@@ -217,45 +289,46 @@ void write_simdjson(benchmark::State& state, Text text) {
 #endif
 
 void add_rows(const std::string& name, Text text) {
-  const auto add = [&](const char* row, void (*run)(benchmark::State&, Text)) {
-    benchmark::RegisterBenchmark((row + ("/" + name)).c_str(),
+  const auto add = [&](const char* topic, const char* library,
+                       void (*run)(benchmark::State&, Text)) {
+    benchmark::RegisterBenchmark(ovbench::row(topic, name, library).c_str(),
                                  [run, &text](benchmark::State& state) { run(state, text); });
   };
-  add("read/ovattribute", read_ov);
+  const auto add_pull = [&](const char* library, std::size_t (*pull)(Text)) {
+    ovbench::require(pull(text) == pull_ov(text), library, "the sum of a walk");
+    benchmark::RegisterBenchmark(
+        ovbench::row("json_pull", name, library).c_str(), [pull, &text](benchmark::State& state) {
+          measure(state, text, [&] { benchmark::DoNotOptimize(pull(text)); });
+        });
+  };
+  add("json_read", "ovattribute", read_ov);
+  add("json_write", "ovattribute", write_ov);
+  add_pull("ovattribute", pull_ov);
 #ifdef OV_PEER_NLOHMANN
-  add("read/nlohmann", read_nlohmann);
+  ovbench::require(nlohmann::json::parse(written(text)) == nlohmann::json::parse(text),
+                   "ovattribute", "what was written");
+  add("json_read", "nlohmann", read_nlohmann);
+  add("json_write", "nlohmann", write_nlohmann);
+  add_pull("nlohmann", pull_nlohmann);
 #endif
 #ifdef OV_PEER_RAPIDJSON
-  add("read/rapidjson", read_rapidjson<rapidjson::kParseDefaultFlags>);
-  add("read/rapidjson_utf8", read_rapidjson<rapidjson::kParseValidateEncodingFlag>);
+  constexpr unsigned unchecked = rapidjson::kParseDefaultFlags;
+  constexpr unsigned checked = rapidjson::kParseValidateEncodingFlag;
+  add("json_read", "rapidjson", read_rapidjson<unchecked>);
+  add("json_read", "rapidjson_utf8", read_rapidjson<checked>);
+  add("json_write", "rapidjson", write_rapidjson);
+  add_pull("rapidjson", pull_rapidjson<unchecked>);
+  add_pull("rapidjson_utf8", pull_rapidjson<checked>);
 #endif
 #ifdef OV_PEER_BOOST_JSON
-  add("read/boost", read_boost);
-  add("read/boost_arena", read_boost_arena);
+  add("json_read", "boost_json", read_boost);
+  add("json_read", "boost_json_arena", read_boost_arena);
+  add("json_write", "boost_json", write_boost);
+  add_pull("boost_json", pull_boost);
 #endif
 #ifdef OV_PEER_SIMDJSON
-  add("read/simdjson", read_simdjson);
-#endif
-  add("pull/ovattribute", pull_ov);
-#ifdef OV_PEER_NLOHMANN
-  add("pull/nlohmann", pull_nlohmann);
-#endif
-#ifdef OV_PEER_RAPIDJSON
-  add("pull/rapidjson", pull_rapidjson<rapidjson::kParseDefaultFlags>);
-  add("pull/rapidjson_utf8", pull_rapidjson<rapidjson::kParseValidateEncodingFlag>);
-#endif
-  add("write/ovattribute", write_ov);
-#ifdef OV_PEER_NLOHMANN
-  add("write/nlohmann", write_nlohmann);
-#endif
-#ifdef OV_PEER_RAPIDJSON
-  add("write/rapidjson", write_rapidjson);
-#endif
-#ifdef OV_PEER_BOOST_JSON
-  add("write/boost", write_boost);
-#endif
-#ifdef OV_PEER_SIMDJSON
-  add("write/simdjson", write_simdjson);
+  add("json_read", "simdjson", read_simdjson);
+  add("json_write", "simdjson", write_simdjson);
 #endif
 }
 
@@ -264,7 +337,10 @@ void add_rows(const std::string& name, Text text) {
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   std::vector<std::string> files(argv + 1, argv + argc);
-  if (files.empty()) files.push_back("/usr/share/iso-codes/json/iso_639-3.json");
+  if (files.empty()) {
+    for (const char* name : {"iso_639-3", "iso_3166-2"})
+      files.push_back(std::string("/usr/share/iso-codes/json/") + name + ".json");
+  }
   std::vector<std::string> texts(files.size());
   for (std::size_t i = 0; i < files.size(); ++i) {
     std::ifstream file(files[i], std::ios::binary);

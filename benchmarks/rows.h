@@ -6,9 +6,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace ovbench {
+
+/// Ends the program unless it does what it is measured for.
+inline void require(bool holds, const char* library, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "%s: %s is wrong\n", library, what);
+  std::exit(1);
+}
 
 inline std::string row(const char* topic, const std::string& variant, const char* library) {
   return std::string(topic) + '/' + variant + '/' + library;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "benchmarks/peers/ovattribute.h"
+#include "benchmarks/rows.h"
 #ifdef OV_PEER_NLOHMANN
 #include "benchmarks/peers/nlohmann.h"
 #endif
@@ -33,8 +34,6 @@
 #endif
 
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -90,12 +89,6 @@ struct KeyOf<P, T> {
 /// What a user keeps to read attributes of that type.
 template <class P, class T>
 using Key = typename KeyOf<P, T>::Type;
-
-inline void require(bool holds, const char* library, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "%s: %s is wrong\n", library, what);
-  std::exit(1);
-}
 
 inline bool same(std::string_view a, const std::string& b) {
   return a == b;
