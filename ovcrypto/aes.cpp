@@ -16,10 +16,9 @@ namespace ovcrypto {
 namespace {
 
 // How many blocks make up for opening an EVP context, which costs as much as two or three blocks by
-// AES_encrypt. All kinds of runs gain from one for single blocks; the other two are for long runs.
+// AES_encrypt. Few share one for single blocks; many are worth one for chains and one for counters.
 constexpr std::size_t blocks_from = 2;
-constexpr std::size_t chain_from = 32;
-constexpr std::size_t counter_from = 512;
+constexpr std::size_t long_from = 48;
 
 constexpr std::size_t scratch_blocks = 64;
 
@@ -65,9 +64,9 @@ void add_to_counter(AesBlock& counter, std::size_t n) noexcept {
 }
 
 // Multiplication by x in GF(2^128), without a branch on secret bits.
-void double_block(const AesBlock& in, AesBlock& out) noexcept {
-  const std::uint64_t high = load_big_endian(in.data());
-  const std::uint64_t low = load_big_endian(in.data() + 8);
+void double_block(const unsigned char* in, AesBlock& out) noexcept {
+  const std::uint64_t high = load_big_endian(in);
+  const std::uint64_t low = load_big_endian(in + 8);
   store_big_endian(high << 1 | low >> 63, out.data());
   store_big_endian(low << 1 ^ (0x87 & (0 - (high >> 63))), out.data() + 8);
 }
@@ -93,9 +92,7 @@ void AesEncryptContext::rekey(const Key& key) {
                         "Key for AES must be 128, 192, or 256 bits (16, 24, or 32 bytes)",
                         {"ovcrypto/aes", "ovcrypto::AesEncryptContext::rekey()", 0});
   }
-  m_blocks.close();
-  m_chain.close();
-  m_counter.close();
+  m_evp.close();
   forget_schedule();
   m_expected = 0;
   m_key.set_zero();
@@ -112,15 +109,33 @@ void AesEncryptContext::expect_run(std::size_t blocks) noexcept {
   m_expected = std::max(m_expected, blocks);
 }
 
-// The one place where it is chosen who encrypts: AES_encrypt, or EVP where runs are to be expected.
-// Where EVP has no context to give, AES_encrypt does everything.
-bool AesEncryptContext::prepare(impl::EvpAes& evp, std::size_t worth_from,
-                                const unsigned char* iv) noexcept {
-  return evp.is_open() || (m_expected >= worth_from && evp.open(m_key.data(), m_key_size, iv));
+// Here alone it is chosen who encrypts: AES_encrypt, or EVP where runs are to be expected. Where
+// EVP has no context to give, AES_encrypt does everything.
+void AesEncryptContext::prepare() noexcept {
+  static constexpr unsigned char zero[aes_block_size] = {};
+  if (m_evp.is_open(Mode::chain)) return;
+  if (m_expected >= long_from && m_evp.open(Mode::chain, m_key.data(), m_key_size, zero)) {
+    return m_last.set_zero();
+  }
+  if (m_expected < blocks_from || m_evp.is_open(Mode::blocks)) return;
+  static_cast<void>(m_evp.open(Mode::blocks, m_key.data(), m_key_size, nullptr));
+}
+
+bool AesEncryptContext::prepare_counter(impl::EvpAes& evp, const unsigned char* counter) noexcept {
+  return evp.is_open(Mode::counter) ||
+         (m_expected >= long_from && evp.open(Mode::counter, m_key.data(), m_key_size, counter));
 }
 
 void AesEncryptContext::encrypt(const unsigned char* in, unsigned char* out) {
-  if (prepare(m_blocks, blocks_from, nullptr)) return m_blocks.update(in, out, aes_block_size);
+  prepare();
+  if (m_evp.is_open(Mode::chain)) {
+    // CBC mixes its own last output in.
+    xor_block(in, m_last.data(), m_last.data());
+    m_evp.update(m_last.data(), m_last.data(), aes_block_size);
+    std::memcpy(out, m_last.data(), aes_block_size);
+    return;
+  }
+  if (m_evp.is_open(Mode::blocks)) return m_evp.update(in, out, aes_block_size);
   if (!m_scheduled) {
     AES_set_encrypt_key(m_key.data(), static_cast<int>(8 * m_key_size), schedule(m_schedule));
     m_scheduled = true;
@@ -128,86 +143,54 @@ void AesEncryptContext::encrypt(const unsigned char* in, unsigned char* out) {
   AES_encrypt(in, out, schedule(m_schedule));
 }
 
+void AesEncryptContext::encrypt_in_place(unsigned char* blocks, std::size_t count) {
+  prepare();
+  if (m_evp.is_open(Mode::blocks)) return m_evp.update(blocks, blocks, count * aes_block_size);
+  for (; count > 0; --count, blocks += aes_block_size)
+    encrypt(blocks, blocks);
+}
+
 void AesEncryptContext::chain(AesBlock& state, const unsigned char* blocks, std::size_t count) {
   if (count == 0) return;
   expect_run(count);
-  if (!m_chain.is_open()) m_last.assign(state.data());
-  if (prepare(m_chain, chain_from, state.data())) return chain_by_evp(state, blocks, count);
-  for (; count > 0; --count, blocks += aes_block_size) {
-    xor_block(state.data(), blocks, state.data());
+  prepare();
+  const std::size_t one_by_one = m_evp.is_open(Mode::chain) ? 1 : count;
+  for (std::size_t done = 0; done < one_by_one; ++done) {
+    xor_block(state.data(), blocks + done * aes_block_size, state.data());
     encrypt(state.data(), state.data());
   }
-}
-
-// CBC mixes its own last output into the first block: what the state has instead is mixed in too.
-void AesEncryptContext::chain_by_evp(AesBlock& state, const unsigned char* blocks,
-                                     std::size_t count) {
-  xor_block(state.data(), m_last.data(), state.data());
-  xor_block(state.data(), blocks, state.data());
-  m_chain.update(state.data(), m_last.data(), aes_block_size);
-  if (count > 1) {
-    alignas(16) unsigned char scratch[scratch_blocks * aes_block_size];
-    const WipeAtEnd wiped(scratch, std::min(count - 1, scratch_blocks) * aes_block_size);
-    for (std::size_t done = 1, n = 0; done < count; done += n) {
-      n = std::min(count - done, scratch_blocks);
-      m_chain.update(blocks + done * aes_block_size, scratch, n * aes_block_size);
-      m_last.assign(scratch + (n - 1) * aes_block_size);
-    }
+  if (one_by_one == count) return;
+  // Now CBC goes on from the state.
+  alignas(16) unsigned char scratch[scratch_blocks * aes_block_size];
+  const WipeAtEnd wiped(scratch, std::min(count - 1, scratch_blocks) * aes_block_size);
+  for (std::size_t done = 1, n = 0; done < count; done += n) {
+    n = std::min(count - done, scratch_blocks);
+    m_evp.update(blocks + done * aes_block_size, scratch, n * aes_block_size);
+    m_last.assign(scratch + (n - 1) * aes_block_size);
   }
   state.assign(m_last.data());
 }
 
-void AesEncryptContext::crypt_counter(AesBlock& counter, const unsigned char* in,
-                                      unsigned char* out, std::size_t count) {
-  if (count == 0) return;
-  if (count >= counter_from &&
-      (m_counter.is_open() ? m_counter.restart(counter.data())
-                           : m_counter.open(m_key.data(), m_key_size, counter.data()))) {
-    m_counter.update(in, out, count * aes_block_size);
-    add_to_counter(counter, count);
-    return;
-  }
-  expect_run(count);
-  alignas(16) unsigned char stream[scratch_blocks * aes_block_size];
-  const WipeAtEnd wiped(stream, std::min(count, scratch_blocks) * aes_block_size);
-  for (std::size_t n = 0; count > 0; count -= n) {
-    n = std::min(count, scratch_blocks);
-    make_keystream(counter, stream, n);
-    for (std::size_t i = 0; i < n; ++i) {
-      xor_block(in, stream + i * aes_block_size, out);
-      in += aes_block_size;
-      out += aes_block_size;
-    }
-  }
+AesCounterContext::AesCounterContext(AesEncryptContext& aes,
+                                     const unsigned char* initial_counter) noexcept
+    : m_aes(aes) {
+  m_counter.assign(initial_counter);
 }
 
-void AesEncryptContext::make_keystream(AesBlock& counter, unsigned char* stream,
-                                       std::size_t count) {
-  std::uint64_t high = load_big_endian(counter.data());
-  std::uint64_t low = load_big_endian(counter.data() + 8);
-  for (std::size_t i = 0; i < count; ++i) {
-    const BlockWords block = {big_endian(high), big_endian(low)};
-    std::memcpy(stream + i * aes_block_size, &block, sizeof block);
-    if (++low == 0) ++high;
-  }
-  store_big_endian(high, counter.data());
-  store_big_endian(low, counter.data() + 8);
-  if (prepare(m_blocks, blocks_from, nullptr)) {
-    m_blocks.update(stream, stream, count * aes_block_size);
-    return;
-  }
-  for (std::size_t i = 0; i < count; ++i)
-    encrypt(stream + i * aes_block_size, stream + i * aes_block_size);
-}
+AesCounterContext::~AesCounterContext() = default;
 
 void AesCounterContext::crypt(const unsigned char* in, unsigned char* out, std::size_t size) {
+  m_aes.expect_run(size / aes_block_size);
+  if (m_left == 0 && m_aes.prepare_counter(m_evp, m_counter.data())) {
+    return m_evp.update(in, out, size);
+  }
   const std::size_t begun = std::min(size, m_left);
   if (begun > 0) {
     xor_bytes(in, m_keystream.data() + aes_block_size - m_left, out, begun);
     m_left -= begun;
   }
   const std::size_t whole = (size - begun) / aes_block_size;
-  m_aes.crypt_counter(m_counter, in + begun, out + begun, whole);
+  crypt_blocks(in + begun, out + begun, whole);
 
   const std::size_t done = begun + whole * aes_block_size;
   if (done == size) return;
@@ -217,13 +200,38 @@ void AesCounterContext::crypt(const unsigned char* in, unsigned char* out, std::
   xor_bytes(in + done, m_keystream.data(), out + done, size - done);
 }
 
+void AesCounterContext::crypt_blocks(const unsigned char* in, unsigned char* out,
+                                     std::size_t count) {
+  if (count == 0) return;
+  std::uint64_t high = load_big_endian(m_counter.data());
+  std::uint64_t low = load_big_endian(m_counter.data() + 8);
+  alignas(16) unsigned char stream[scratch_blocks * aes_block_size];
+  const WipeAtEnd wiped(stream, std::min(count, scratch_blocks) * aes_block_size);
+  for (std::size_t n = 0; count > 0; count -= n) {
+    n = std::min(count, scratch_blocks);
+    for (std::size_t i = 0; i < n; ++i) {
+      const BlockWords block = {big_endian(high), big_endian(low)};
+      std::memcpy(stream + i * aes_block_size, &block, sizeof block);
+      if (++low == 0) ++high;
+    }
+    m_aes.encrypt_in_place(stream, n);
+    for (std::size_t i = 0; i < n; ++i) {
+      xor_block(in, stream + i * aes_block_size, out);
+      in += aes_block_size;
+      out += aes_block_size;
+    }
+  }
+  store_big_endian(high, m_counter.data());
+  store_big_endian(low, m_counter.data() + 8);
+}
+
 AesCmacContext::SharedState::SharedState(const Key& key, std::size_t longest_run) : m_aes(key) {
   m_aes.expect_run(longest_run);
-  AesBlock zero;
-  AesBlock l;
-  m_aes.encrypt(zero.data(), l.data());
-  double_block(l, m_subkey_whole);
-  double_block(m_subkey_whole, m_subkey_padded);
+  for (unsigned char n = 0; n < begin_numbers; ++n)
+    m_begun[(n + 1) * aes_block_size - 1] = n;
+  m_aes.encrypt_in_place(m_begun.data(), begin_numbers);
+  double_block(m_begun.data(), m_subkey_whole);
+  double_block(m_subkey_whole.data(), m_subkey_padded);
 }
 
 AesCmacContext::SharedState::~SharedState() = default;
@@ -243,6 +251,7 @@ AesCmacContext& AesCmacContext::operator=(const AesCmacContext& other) noexcept 
   m_chain.assign(other.m_chain.data());
   m_pending.assign(other.m_pending.data());
   m_pending_size = other.m_pending_size;
+  m_begun = other.m_begun;
   return *this;
 }
 
@@ -251,6 +260,15 @@ AesCmacContext::~AesCmacContext() = default;
 void AesCmacContext::reset() noexcept {
   m_chain.set_zero();
   m_pending_size = 0;
+  m_begun = nullptr;
+}
+
+void AesCmacContext::begin(unsigned char number) noexcept {
+  reset();
+  m_pending.set_zero();
+  m_pending[aes_block_size - 1] = number;
+  m_pending_size = aes_block_size;
+  m_begun = m_state->m_begun.data() + number * aes_block_size;
 }
 
 void AesCmacContext::update(const void* data, std::size_t size) {
@@ -263,7 +281,12 @@ void AesCmacContext::update(const void* data, std::size_t size) {
     in += added;
     size -= added;
     if (size == 0) return;
-    m_state->m_aes.chain(m_chain, m_pending.data(), 1);
+    if (m_begun != nullptr) {
+      m_chain.assign(m_begun);
+      m_begun = nullptr;
+    } else {
+      m_state->m_aes.chain(m_chain, m_pending.data(), 1);
+    }
   }
   const std::size_t whole = (size - 1) / aes_block_size;
   m_state->m_aes.chain(m_chain, in, whole);

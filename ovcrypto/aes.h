@@ -41,27 +41,23 @@ class OV_EXPORT AesEncryptContext {
   /// For each of `count` blocks: state = AES(state xor block). What CMAC does with all but the
   /// last.
   void chain(AesBlock& state, const unsigned char* blocks, std::size_t count);
-  /// For each of `count` blocks: out = in xor AES(counter), counter += 1. The counter is 128 bits,
-  /// big-endian. `out` may be `in`.
-  void crypt_counter(AesBlock& counter, const unsigned char* in, unsigned char* out,
-                     std::size_t count);
 
  private:
+  friend class AesCmacContext;
+  friend class AesCounterContext;
+  using Mode = impl::EvpAes::Mode;
   static constexpr std::size_t largest_key = 32;
 
-  [[nodiscard]] bool prepare(impl::EvpAes& evp, std::size_t worth_from,
-                             const unsigned char* iv) noexcept;
+  void prepare() noexcept;
+  [[nodiscard]] bool prepare_counter(impl::EvpAes& evp, const unsigned char* counter) noexcept;
   void forget_schedule() noexcept;
-  void chain_by_evp(AesBlock& state, const unsigned char* blocks, std::size_t count);
-  void make_keystream(AesBlock& counter, unsigned char* stream, std::size_t count);
+  void encrypt_in_place(unsigned char* blocks, std::size_t count);
 
   WipedBytes<largest_key> m_key;
   std::size_t m_key_size = 0;
   std::size_t m_expected = 0;  // blocks
-  impl::EvpAes m_blocks{impl::EvpAes::Mode::blocks};
-  impl::EvpAes m_chain{impl::EvpAes::Mode::chain};
-  impl::EvpAes m_counter{impl::EvpAes::Mode::counter};
-  AesBlock m_last;  // what `m_chain` gave last, and mixes into the next block
+  impl::EvpAes m_evp;          // for blocks, or for chains
+  AesBlock m_last;             // what a chain gave last, and mixes into the next block
   alignas(16) unsigned char m_schedule[256];  // AES_KEY, made when it is needed
   bool m_scheduled = false;
 };
@@ -69,17 +65,19 @@ class OV_EXPORT AesEncryptContext {
 /// AES in counter mode. Encrypting and decrypting are the same.
 class OV_EXPORT AesCounterContext {
  public:
-  /// `aes` must outlive this context. `initial_counter`: the first counter block, 16 bytes.
-  AesCounterContext(AesEncryptContext& aes, const unsigned char* initial_counter) noexcept
-      : m_aes(aes) {
-    m_counter.assign(initial_counter);
-  }
+  /// `aes` must outlive this context and keep its key. `initial_counter`: the first counter block,
+  /// 16 bytes, a big-endian number of 128 bits.
+  AesCounterContext(AesEncryptContext& aes, const unsigned char* initial_counter) noexcept;
+  ~AesCounterContext();
 
   /// Any number of bytes; the next call goes on where this one ends. `out` may be `in`.
   void crypt(const unsigned char* in, unsigned char* out, std::size_t size);
 
  private:
+  void crypt_blocks(const unsigned char* in, unsigned char* out, std::size_t count);
+
   AesEncryptContext& m_aes;
+  impl::EvpAes m_evp;  // once it is open, it does everything
   AesBlock m_counter;
   AesBlock m_keystream;
   std::size_t m_left = 0;  // bytes at the end of `m_keystream` that are not used yet
@@ -102,8 +100,14 @@ class OV_EXPORT AesCmacContext {
     return m_state;
   }
 
+  /// The numbers of `begin`.
+  static constexpr unsigned char begin_numbers = 3;
+
   /// Forgets the bytes so far.
   void reset() noexcept;
+  /// Begins anew with the block of fifteen zero bytes and 0, 1 or 2, as EAX does: what follows one
+  /// of these goes on from what was computed when the key was set.
+  void begin(unsigned char number) noexcept;
   void update(const void* data, std::size_t size);
   /// Gives the code, 16 bytes, of the bytes since the last `reset` or `finish`.
   void finish(unsigned char* code);
@@ -113,6 +117,7 @@ class OV_EXPORT AesCmacContext {
   AesBlock m_chain;
   AesBlock m_pending;              // the last block is treated differently, so it waits here
   std::size_t m_pending_size = 0;  // 0 before the first byte, then 1 to 16
+  const unsigned char* m_begun = nullptr;  // while just the first block of `begin` is pending
 };
 
 /// The key schedule and the two subkeys of CMAC.
@@ -128,8 +133,9 @@ class OV_EXPORT AesCmacContext::SharedState final : public ovcore::RefCounted {
   ~SharedState() override;
 
   AesEncryptContext m_aes;
-  AesBlock m_subkey_whole;   // K1: for a last block of 16 bytes
-  AesBlock m_subkey_padded;  // K2
+  WipedBytes<begin_numbers * aes_block_size> m_begun;  // AES of the blocks that `begin` takes
+  AesBlock m_subkey_whole;                             // K1: for a last block of 16 bytes
+  AesBlock m_subkey_padded;                            // K2
 };
 
 }  // namespace ovcrypto

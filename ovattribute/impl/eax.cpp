@@ -27,23 +27,17 @@ Eax::Eax(const ovcrypto::Key& key, const unsigned char* nonce, const std::string
          std::size_t size)
     : m_cmac(key, least_blocks + std::max(header.size(), size) / ovcrypto::aes_block_size),
       m_counter(m_cmac.shared_state()->aes(), nonce_omac(nonce)) {
-  begin_omac(1);
+  m_cmac.begin(1);
   m_cmac.update(header.data(), header.size());
   AesBlock h;  // H'
   m_cmac.finish(h.data());
   xor_into(m_seed, h);
 
-  begin_omac(2);
-}
-
-void Eax::begin_omac(unsigned char tweak) {
-  unsigned char block[ovcrypto::aes_block_size] = {};
-  block[sizeof block - 1] = tweak;
-  m_cmac.update(block, sizeof block);
+  m_cmac.begin(2);
 }
 
 const unsigned char* Eax::nonce_omac(const unsigned char* nonce) {
-  begin_omac(0);
+  m_cmac.begin(0);
   m_cmac.update(nonce, nonce_size);
   m_cmac.finish(m_seed.data());
   return m_seed.data();

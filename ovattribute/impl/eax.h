@@ -33,8 +33,6 @@ class Eax {
   }
 
  private:
-  /// Begins OMAC with the block [tweak]: fifteen zero bytes and the tweak.
-  void begin_omac(unsigned char tweak);
   /// N', where the counter begins.
   const unsigned char* nonce_omac(const unsigned char* nonce);
 

@@ -41,22 +41,15 @@ EVP_CIPHER_CTX* context(void* p) noexcept {
 
 }  // namespace
 
-bool EvpAes::open(const unsigned char* key, std::size_t key_size,
+bool EvpAes::open(Mode mode, const unsigned char* key, std::size_t key_size,
                   const unsigned char* iv) noexcept {
-  static constexpr unsigned char zero[16] = {};
   close();
-  const EVP_CIPHER* const algorithm = cipher(m_mode, key_size);
+  const EVP_CIPHER* const algorithm = cipher(mode, key_size);
   if (algorithm == nullptr) return false;
+  m_mode = mode;
   m_context = EVP_CIPHER_CTX_new();
   if (m_context == nullptr) return false;
-  if (m_mode != Mode::blocks && iv == nullptr) iv = zero;
   if (EVP_EncryptInit_ex2(context(m_context), algorithm, key, iv, nullptr) == 1) return true;
-  close();
-  return false;
-}
-
-bool EvpAes::restart(const unsigned char* iv) noexcept {
-  if (EVP_EncryptInit_ex2(context(m_context), nullptr, nullptr, iv, nullptr) == 1) return true;
   close();
   return false;
 }

@@ -166,21 +166,42 @@ TEST(Aes, GivesTheSameBytesForEveryLengthAndEverySplit) {
   const std::string counter(16, '\xa5');
   for (const std::size_t key_size : {16, 24, 32}) {
     const Key key = key_of(numbered(key_size));
-    for (std::size_t size = 0; size <= 560; ++size) {
+    // Every length, around the one too from where on long runs are expected.
+    for (std::size_t size = 0; size <= 830; size = size == 300 ? 730 : size + 1) {
       const std::string text = numbered(size);
       const std::string code = evp_cmac(key, text);
       const std::string crypted = evp_counter_mode(key, counter, text);
-      for (const std::size_t piece : {7, 16, 33, 48, 63, 256, 257, 560}) {
+      for (const std::size_t piece : {7, 16, 33, 48, 63, 256, 257, 830}) {
         ASSERT_EQ(cmac(key, text, piece), code) << size << " in pieces of " << piece;
         ASSERT_EQ(in_counter_mode(key, counter, text, piece), crypted)
             << size << " in pieces of " << piece;
       }
     }
     const std::string large = numbered(300'001);
+    const std::string large_code = evp_cmac(key, large);
+    const std::string large_crypted = evp_counter_mode(key, counter, large);
+    // Short and long runs by turns.
+    for (const std::vector<std::size_t>& pieces :
+         {std::vector<std::size_t>{5, 2000, 16}, {32, 2000, 7}, {100, 30, 900, 1, 3000}}) {
+      AesEncryptContext aes(key);
+      AesCounterContext context(aes, bytes_of(counter));
+      AesCmacContext mac(key);
+      std::string out = large;
+      std::size_t at = 0;
+      for (std::size_t i = 0; at < large.size(); ++i) {
+        const std::size_t n = std::min(pieces[i % pieces.size()], large.size() - at);
+        context.crypt(bytes_of(out) + at, bytes_of(out) + at, n);
+        mac.update(large.data() + at, n);
+        at += n;
+      }
+      std::string code(16, '\0');
+      mac.finish(bytes_of(code));
+      EXPECT_EQ(code, large_code);
+      EXPECT_TRUE(out == large_crypted);
+    }
     for (const std::size_t piece : {1000, 4096, 300'001}) {
-      EXPECT_EQ(cmac(key, large, piece), evp_cmac(key, large));
-      EXPECT_TRUE(in_counter_mode(key, counter, large, piece) ==
-                  evp_counter_mode(key, counter, large));
+      EXPECT_EQ(cmac(key, large, piece), large_code);
+      EXPECT_TRUE(in_counter_mode(key, counter, large, piece) == large_crypted);
     }
   }
 }
@@ -228,6 +249,18 @@ TEST(AesCmacContext, ComputesOneCodeAfterAnotherAndContinuesCopies) {
     context = copy;
     context.finish(bytes_of(code));
     EXPECT_EQ(code, evp_cmac(key, numbered(size)));
+    // Beginning with a number is a block like any other.
+    for (unsigned char n = 0; n < AesCmacContext::begin_numbers; ++n) {
+      const std::string block = std::string(15, '\0') + static_cast<char>(n);
+      context.begin(n);
+      AesCmacContext begun = context;
+      context.update(numbered(size).data(), size);
+      context.finish(bytes_of(code));
+      EXPECT_EQ(code, evp_cmac(key, block + numbered(size)));
+      begun.finish(bytes_of(code));
+      EXPECT_EQ(code, evp_cmac(key, block));
+    }
+    context.begin(1);
     context.update("dropped", 7);
     context.reset();
   }
