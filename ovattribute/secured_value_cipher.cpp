@@ -56,7 +56,6 @@ void transform(const MemoryList& list, std::size_t offset, std::size_t size, Mem
 class SecuredValueCipherEaxAesBase : public SecuredValue::ICipher {
  public:
   const std::string& cipher_id() const final { return m_cipher_id; }
-  std::size_t key_size() const final { return m_key_size; }
 
   MemoryListPtr encrypt(const MemoryListPtr& plaintext, const std::string& header, const Key& key,
                         ovcrypto::IRandomProvider& random) const final;
@@ -68,8 +67,7 @@ class SecuredValueCipherEaxAesBase : public SecuredValue::ICipher {
   }
 
  protected:
-  SecuredValueCipherEaxAesBase(const char* cipher_id, std::size_t key_size)
-      : m_cipher_id(cipher_id), m_key_size(key_size) {}
+  explicit SecuredValueCipherEaxAesBase(const char* cipher_id) : m_cipher_id(cipher_id) {}
   ~SecuredValueCipherEaxAesBase() = default;
 
  private:
@@ -78,7 +76,6 @@ class SecuredValueCipherEaxAesBase : public SecuredValue::ICipher {
                             const MemoryListPtr& ciphertext, MemoryListPtr* plaintext) const;
 
   const std::string m_cipher_id;
-  const std::size_t m_key_size;
 };
 
 MemoryListPtr SecuredValueCipherEaxAesBase::encrypt(const MemoryListPtr& plaintext,
@@ -148,12 +145,14 @@ MemoryListPtr SecuredValueCipherEaxAesBase::decrypt(const Key& key, const std::s
 
 class SecuredValueCipherEaxAes128 final : public SecuredValueCipherEaxAesBase {
  public:
-  SecuredValueCipherEaxAes128() : SecuredValueCipherEaxAesBase("EAX_AES128", 16) {}
+  SecuredValueCipherEaxAes128() : SecuredValueCipherEaxAesBase("EAX_AES128") {}
+  std::size_t key_size() const override { return 16; }
 };
 
 class SecuredValueCipherEaxAes256 final : public SecuredValueCipherEaxAesBase {
  public:
-  SecuredValueCipherEaxAes256() : SecuredValueCipherEaxAesBase("EAX_AES256", 32) {}
+  SecuredValueCipherEaxAes256() : SecuredValueCipherEaxAesBase("EAX_AES256") {}
+  std::size_t key_size() const override { return 32; }
 };
 
 /// Seals nothing: the "ciphertext" is the list of the plaintext itself.
