@@ -261,6 +261,9 @@ TEST(Wiping, CiphersLeaveNothing) {
     const auto expected = s.cipher->encrypt(list_of(s.plaintext), "header", s.key, random);
     Needles needles = derived_needles(s.key, s.plaintext, "header", text_of(*expected));
     needles.insert(s.needles.begin(), s.needles.end());
+    // What would be the tag under another header: with it one could forge.
+    const auto other = text_of(*s.cipher->encrypt(list_of(s.plaintext), "Header", s.key, random));
+    add_needles(needles, std::string_view(other).substr(other.size() - 16), "tag of a forgery");
     for (const std::size_t segment_size : {0, 5, 100}) {
       const auto plaintext = list_of(s.plaintext, segment_size);
       MemoryListPtr sealed;
