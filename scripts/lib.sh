@@ -15,6 +15,14 @@ packages_test=(libgtest-dev libgmock-dev libbotan-2-dev iso-codes python3 python
 # shellcheck disable=SC2034
 packages_check=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 shellcheck git gdb ccache)
 # shellcheck disable=SC2034
+packages_budget=(valgrind)
+# shellcheck disable=SC2034
+packages_bench=(libbenchmark-dev iso-codes python3 nlohmann-json3-dev rapidjson-dev libsimdjson-dev
+  libbson-dev libglib2.0-dev qtbase5-dev libflatbuffers-dev libprotobuf-dev libtbb-dev libbotan-2-dev
+  libcrypto++-dev)
+# shellcheck disable=SC2034
+package_boost_json=libboost-json1.81-dev
+# shellcheck disable=SC2034
 packages_tidy=(clang-14 clang-tidy-14)
 # shellcheck disable=SC2034
 packages_coverage=(gcovr)
@@ -81,6 +89,11 @@ configure() {
     die "the preset $preset cannot be configured"
   fi
   rm -f "$log"
+}
+
+# compiler_of PRESET: the C++ compiler that a configured preset uses.
+compiler_of() {
+  sed -n 's/^CMAKE_CXX_COMPILER:[^=]*=//p' "$root/build/$1/CMakeCache.txt"
 }
 
 # build PRESET [OPTION...]: options as for `cmake --build`.
