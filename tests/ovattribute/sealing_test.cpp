@@ -173,6 +173,8 @@ TEST(Sealing, StoresErrorsWhenAskedTo) {
         {sealed, 16, error::ovattribute_value_secured_authentication, unauthentic},
         {with_cipher(SecuredValue(), "EAX_AES128"), 16, error::ovattribute_value_secured_ciphertext,
          "Ciphertext size not valid for cipher.  Cipher=EAX_AES128"},
+        {with_cipher(SecuredValue(), "NULL"), 0, ovserialize::error::ovserialize_reader_truncated,
+         "The stream ends too early, at offset 0"},
         {with_cipher(sealed, "NULL"), 0, ovserialize::error::ovserialize_reader_kind, ""}}) {
     SCOPED_TRACE(c.message);
     const ovcrypto::Key wrong(c.key_size);
@@ -192,6 +194,25 @@ TEST(Sealing, StoresErrorsWhenAskedTo) {
     EXPECT_EQ(sealed.extract(key, &stored), AttributeValue(7));
     EXPECT_FALSE(stored);
   }
+}
+
+TEST(Sealing, ErrorsCarryWhatTheyAreAbout) {
+  using Parameters = std::vector<ovcore::ErrorInfo::Parameter>;
+  const ovcrypto::Key key(16);
+  const SecuredValue sealed(AttributeValue(7), "", key_id, key, *SecuredValue::default_cipher());
+  const auto about = [](const auto& operation) {
+    return ovtest::error_of([&] { static_cast<void>(operation()); })->parameters();
+  };
+  const Parameters cipher_only{{"cipherId", "EAX_AES128"}};
+  EXPECT_EQ(about([&] { return sealed.extract(ovcrypto::Key(3)); }),
+            (Parameters{{"cipherId", "EAX_AES128"}, {"expectedKeysize", "16"}, {"keysize", "3"}}));
+  EXPECT_EQ(about([&] { return sealed.extract(key_of(numbered(16, 1))); }), cipher_only);
+  EXPECT_EQ(about([&] { return with_cipher(SecuredValue(), "EAX_AES128").extract(key); }),
+            cipher_only);
+  EXPECT_EQ(about([&] { return with_cipher(sealed, "mine").authenticate(key); }),
+            (Parameters{{"cipherId", "mine"}}));
+  EXPECT_EQ(about([&] { return sealed.extract_binary_as_key(key); }),
+            (Parameters{{"expectedType", "Binary"}, {"actualType", "Integer"}}));
 }
 
 TEST(Sealing, UnknownCiphersAreNamedWithTheirPlace) {

@@ -110,6 +110,19 @@ TEST(SecuredValue, FirstDifferenceDecides) {
   EXPECT_EQ(value_of(rows[0]).hash(), value_of(rows[7]).hash());
 }
 
+TEST(SecuredValue, HashesAreMixedOneByOne) {
+  const auto mixed = [](std::initializer_list<std::size_t> hashes) {
+    std::size_t h = 0;
+    for (const std::size_t x : hashes)
+      h ^= x + 0x9e3779b9 + (h << 6) + (h >> 2);
+    return h;
+  };
+  const std::hash<std::string> of;
+  const KeyId id("f", uuid_1);
+  EXPECT_EQ(id.hash(), mixed({of("f"), uuid_1.hash()}));
+  EXPECT_EQ(value_of({"ab", "n", "NULL", id}).hash(), mixed({of("n"), of("NULL"), id.hash()}));
+}
+
 TEST(SecuredValue, SwapAndClearMindTheHash) {
   SecuredValue value = value_of({"ab", "n", "NULL", KeyId("f", uuid_1)});
   const SecuredValue copy = value;
