@@ -97,7 +97,7 @@ void AesEncryptContext::rekey(const Key& key) {
   m_expected = 0;
   m_key.set_zero();
   std::memcpy(m_key.data(), key.data(), key.size());
-  m_key_size = key.size();
+  m_key_size = static_cast<std::uint32_t>(key.size());
 }
 
 void AesEncryptContext::forget_schedule() noexcept {

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "ovcore/export.h"
 #include "ovcore/ref_count.h"
@@ -54,12 +55,12 @@ class OV_EXPORT AesEncryptContext {
   void encrypt_in_place(unsigned char* blocks, std::size_t count);
 
   WipedBytes<largest_key> m_key;
-  std::size_t m_key_size = 0;
   std::size_t m_expected = 0;  // blocks
-  impl::EvpAes m_evp;          // for blocks, or for chains
-  AesBlock m_last;             // what a chain gave last, and mixes into the next block
-  alignas(16) unsigned char m_schedule[256];  // AES_KEY, made when it is needed
+  std::uint32_t m_key_size = 0;
   bool m_scheduled = false;
+  impl::EvpAes m_evp;  // for blocks, or for chains
+  AesBlock m_last;     // what a chain gave last, and mixes into the next block
+  alignas(16) unsigned char m_schedule[256];  // AES_KEY, made when it is needed
 };
 
 /// AES in counter mode. Encrypting and decrypting are the same.
