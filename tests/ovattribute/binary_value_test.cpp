@@ -263,37 +263,6 @@ TEST(BinaryValue, IsUnchangedWhenAStreamFails) {
   }
 }
 
-TEST(BinaryValue, IsUnchangedWhenMemoryIsOut) {
-  const auto expect_kept = [](auto change) {
-    std::size_t failed = 0;
-    ovtest::for_each_failed_allocation(
-        [&] {
-          BinaryValue value = of("before");
-          try {
-            change(value);
-          } catch (const std::bad_alloc&) {
-            ++failed;
-            EXPECT_EQ(text_of(value), "before");
-            throw;
-          }
-        },
-        [] {});
-    EXPECT_GE(failed, 1u);
-  };
-  const BinaryValue other = of("the other");
-  expect_kept([&](BinaryValue& value) { value = other; });
-  expect_kept([&](BinaryValue& value) { value.set(other.data(), 2); });
-  expect_kept([](BinaryValue& value) { value.resize(100); });
-  expect_kept([](BinaryValue& value) { value.resize(1); });
-  for (const std::uint64_t announced : {std::uint64_t{10'000}, ovcore::IReadStream::unknown}) {
-    expect_kept([announced](BinaryValue& value) {
-      TestStream stream(announced, 10'000);
-      stream.reads.reserve(8);
-      value.set(stream);
-    });
-  }
-}
-
 TEST(BinaryValue, IsOneBlockInAnItemStream) {
   for (const std::string& bytes : {std::string(), std::string("abc"), std::string(70'000, 'x')}) {
     ovserialize::MemoryWriter writer;

@@ -17,7 +17,6 @@
 #include "ovjson/error_codes.h"
 #include "ovjson/reader.h"
 #include "ovjson/writer.h"
-#include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
 
@@ -305,22 +304,6 @@ TEST(JsonMarshaler, OrdersNamesOnRequest) {
       {"zz order", 1}, {"mm order", 2}, {"aa order", AttributeMap{{"b", 1}, {"A", 2}}}};
   EXPECT_EQ(written(map, {.order_names_by_text = true}),
             "{\"aa order\":{\"A\":2,\"b\":1},\"mm order\":2,\"zz order\":1}");
-}
-
-TEST(JsonMarshaler, FailedAllocationsLeaveTheTarget) {
-  const std::string json =
-      "{\"a\": [1, 2.5, 3], \"long enough to be on the heap\": {\"b\": [\"x\", \"y\"], "
-      "\"c\": [{}, {\"d\": null}]}, \"e\": {\"ovserialize\": \"simple(4), [_ 2, 1.5, 2.5]\"}}";
-  AttributeValue target;
-  const auto failures = ovtest::for_each_failed_allocation(
-      [&] {
-        target.set(5);  // a constant, which costs nothing
-        ovjson::Reader reader(ovcore::make_ref_counted<ovcore::MemoryReadStream>(json));
-        read_attribute_value(reader, target);
-        target.set(5);
-      },
-      [&] { EXPECT_EQ(target, one(5)); });
-  EXPECT_GT(failures, 10u);
 }
 
 }  // namespace

@@ -438,31 +438,6 @@ TEST(Marshaler, StreamsAreReadAsTheyArrive) {
   });
 }
 
-TEST(Marshaler, FailedAllocationsLeaveTheTargetAlone) {
-  const std::string bytes = bytes_of_value(nested_samples(2));
-  const AttributeValue before("before");
-  AttributeValue target = before;
-  EXPECT_GT(ovtest::for_each_failed_allocation(
-                [&] {
-                  ovserialize::MemoryReader reader(bytes.data(), bytes.size());
-                  read_attribute_value(reader, target);
-                  target = before;
-                },
-                [&] { EXPECT_EQ(target, before); }),
-            100u);
-  const std::string map_bytes = bytes.substr(2);  // without tag and frame
-  const MutableAttributeMap map_before{{"before", 1}};
-  MutableAttributeMap map = map_before;
-  EXPECT_GT(ovtest::for_each_failed_allocation(
-                [&] {
-                  ovserialize::MemoryReader reader(map_bytes.data(), map_bytes.size());
-                  map.read(reader);
-                  map = map_before;
-                },
-                [&] { EXPECT_TRUE(map.shares_holder_with(map_before)); }),
-            100u);
-}
-
 TEST(Marshaler, CountsReserveAsMuchAsTheyMay) {
   // 4096 Integers and what belongs to the list; then the exact size.
   const std::string lying = from_hex("e2 9f1a000f4240 010203 ff");

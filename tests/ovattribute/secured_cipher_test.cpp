@@ -10,7 +10,6 @@
 
 #include "ovattribute/error_codes.h"
 #include "tests/ovattribute/sealing.h"
-#include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/vector_file.h"
 
@@ -199,19 +198,6 @@ TEST(SecuredCipher, PlaintextComesInAWipingList) {
     const auto sealed = cipher->encrypt(list_of(numbered(size)), "", key, random);
     EXPECT_TRUE(cipher->decrypt(key, "", sealed)->wiping());
   }
-}
-
-TEST(SecuredCipher, LeaksNothingWhenAnAllocationFails) {
-  const auto cipher = cipher_of("EAX_AES128");
-  const ovcrypto::Key key(16);
-  const auto plaintext = list_of(numbered(300));
-  FixedRandom random("a nonce of sixteen");
-  const auto operation = [&] {
-    const auto sealed = cipher->encrypt(plaintext, "header", key, random);
-    EXPECT_EQ(*cipher->decrypt(key, "header", sealed), *plaintext);
-  };
-  // The keyed state and the result, twice.
-  EXPECT_EQ(ovtest::for_each_failed_allocation(operation, [] {}), 4u);
 }
 
 TEST(SecuredCipher, ServesThreadsAtOnce) {

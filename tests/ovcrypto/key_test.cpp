@@ -141,28 +141,5 @@ TEST(Key, WipesWhatItGivesBack) {
   EXPECT_GT(seen, 0) << "the watch does not see what is given back";
 }
 
-TEST(Key, StaysAsItWasWhenAnAllocationFails) {
-  const std::string text = letters(300);
-  const Key before = key_of("before");
-  const auto failures_of = [&](auto&& change) {
-    const auto operation = [&] {
-      Key key = before.clone();
-      try {
-        change(key);
-      } catch (const std::bad_alloc&) {
-        EXPECT_EQ(key, before);
-        throw;
-      }
-    };
-    return ovtest::for_each_failed_allocation(operation, [] {});
-  };
-  EXPECT_EQ(failures_of([](Key& key) { key.resize(40); }), 2u);
-  EXPECT_GE(failures_of([&](Key& key) {
-              ovtest::PieceStream stream(text, {300});
-              key.read(stream);
-            }),
-            4u);
-}
-
 }  // namespace
 }  // namespace ovcrypto

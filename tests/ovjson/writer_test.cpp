@@ -10,7 +10,6 @@
 
 #include "ovjson/error_codes.h"
 #include "tests/ovjson/json_testing.h"
-#include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 
 namespace ovjson {
@@ -422,17 +421,6 @@ TEST(TextWriter, StaysFailedAfterItsTarget) {
     EXPECT_ERROR(perform(writer, operation), error::ovjson_writer, message);
   EXPECT_ERROR(writer.flush(), error::ovjson_writer, message);
   EXPECT_ERROR(writer.close(), error::ovjson_writer, message);
-}
-
-TEST(TextWriter, SurvivesFailedAllocations) {
-  EXPECT_GT(ovtest::for_each_failed_allocation(
-                [] {
-                  Output out({.buffer_size = 1});
-                  perform(out.writer, std::string(40, '[') + "s" + std::string(40, ']'));
-                  out.writer.close();
-                },
-                [] {}),
-            3u);
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "ovmoduleregistry/impl/module_table.h"
-#include "tests/support/allocations.h"
 
 namespace ovmoduleregistry {
 namespace {
@@ -33,22 +32,6 @@ TEST(ModuleRegistry, ANameIsTakenUntilItIsGivenBack) {
   EXPECT_EQ(info.data, "<second/>");
   EXPECT_TRUE(remove_module_info("test.once"));
   EXPECT_TRUE(remove_module_info("test.once2"));
-}
-
-TEST(ModuleTable, AddsNothingWithoutMemory) {
-  const std::string name(100, 'n');
-  const std::string data(1000, 'd');
-  impl::ModuleTable table;
-  const auto failures = ovtest::for_each_failed_allocation(
-      [&] {
-        EXPECT_TRUE(table.add(name, data));
-        EXPECT_TRUE(table.remove(name));
-      },
-      [&] {
-        ModuleInfo info;
-        EXPECT_FALSE(table.query(name, &info));
-      });
-  EXPECT_GE(failures, 2U);
 }
 
 TEST(ModuleTable, OneOfManyThreadsGetsTheName) {

@@ -143,27 +143,6 @@ TEST(MemoryList, PreparedRoomIsFilledInPlace) {
   }
 }
 
-TEST(MemoryList, FailedAllocationsLeaveTheListAsItWas) {
-  const std::string text = numbered(300);
-  for (const std::size_t size : {1, 100, 0}) {
-    const List list = list_of("before", size);
-    const auto unchanged = [&] { EXPECT_EQ(text_of(*list), "before"); };
-    const auto append = [&] {
-      list->append(text.data(), text.size());
-      list->truncate(6);
-    };
-    EXPECT_GT(ovtest::for_each_failed_allocation(append, unchanged), 0u);
-    const List other = list_of(numbered(5000), 64);
-    const auto append_list = [&] {
-      list->append(*other);
-      list->truncate(6);
-    };
-    ovtest::for_each_failed_allocation(append_list, unchanged);
-    const auto slice = [&] { EXPECT_EQ(other->slice(100, 300)->size(), 300u); };
-    EXPECT_GT(ovtest::for_each_failed_allocation(slice, unchanged), 0u);
-  }
-}
-
 TEST(MemoryList, ThreadsShareOneList) {
   const std::string text = numbered(5000);
   ConstList list = list_of(text, 0);

@@ -12,7 +12,6 @@
 #include "ovserialize/text_writer.h"
 #include "ovserialize/transcode.h"
 #include "tests/ovserialize/items.h"
-#include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
 
@@ -416,24 +415,6 @@ TEST(Text, LimitsHoldOnBothSides) {
                "Reading a binary block of too many bytes at line 1, column 1, the limit is 3");
   EXPECT_ERROR(from_text("simple(16), [_ 0, simple(17)", limits), error::ovserialize_reader_depth,
                "More than 2 nested sequences and structures at line 1, column 19");
-}
-
-TEST(Text, FailedAllocationsLeaveTheTargetAsItWas) {
-  const Items items = all_items();
-  const std::string text = to_text(items);
-  ovtest::for_each_failed_allocation([&] { EXPECT_EQ(from_text(text).size(), items.size()); },
-                                     [] {});
-  std::string target;
-  ovtest::for_each_failed_allocation(
-      [&] {
-        target = "before";
-        ovcore::MemoryReadStream source("\"a text that is too long to be held in place\"");
-        TextReader reader(source);
-        reader >> target;
-        target = "before";
-        target.shrink_to_fit();
-      },
-      [&] { EXPECT_EQ(target, "before"); });
 }
 
 /// Takes some characters, then fails.
