@@ -3,6 +3,7 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 
@@ -27,6 +28,8 @@ void* allocate(std::size_t size, std::size_t alignment) noexcept {
   if (memory != nullptr) {
     ++t_counts.made;
     t_counts.bytes += size;
+    t_counts.live += static_cast<std::int64_t>(::malloc_usable_size(memory));
+    t_counts.peak = std::max(t_counts.peak, t_counts.live);
   }
   return memory;
 }
@@ -40,6 +43,7 @@ void* allocate_or_throw(std::size_t size, std::size_t alignment) {
 void release(void* memory) noexcept {
   if (memory == nullptr) return;
   ++t_counts.freed;
+  t_counts.live -= static_cast<std::int64_t>(::malloc_usable_size(memory));
   if (t_look != nullptr) {
     // What the look itself frees is not shown to it.
     WatchFrees::Look* const look = std::exchange(t_look, nullptr);
@@ -52,6 +56,11 @@ void release(void* memory) noexcept {
 }  // namespace
 
 AllocationCounts allocation_counts() noexcept {
+  return t_counts;
+}
+
+AllocationCounts start_of_peak() noexcept {
+  t_counts.peak = t_counts.live;
   return t_counts;
 }
 

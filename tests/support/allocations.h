@@ -18,8 +18,12 @@ struct AllocationCounts {
   std::uint64_t made = 0;
   std::uint64_t freed = 0;
   std::uint64_t bytes = 0;  // asked for in all
+  std::int64_t live = 0;    // bytes in use; below 0 where others made what this thread frees
+  std::int64_t peak = 0;    // the most that `live` was since `start_of_peak`
 };
 AllocationCounts allocation_counts() noexcept;
+/// The counts, of which `peak` begins anew.
+AllocationCounts start_of_peak() noexcept;
 
 /// Makes the n-th allocation from now on (0: the next) and every later one fail, while it lives.
 class FailAllocations {
