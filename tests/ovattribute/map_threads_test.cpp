@@ -2,14 +2,24 @@
 // Maps and names between threads, for the thread sanitizer.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <functional>
+#include <iostream>
 #include <latch>
+#include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ovattribute/attribute_map.h"
+#include "ovattribute/attribute_name_coder.h"
+#include "ovattribute/attribute_value_marshaler.h"
+#include "ovattribute/secured_value_cipher.h"
+#include "ovcrypto/key.h"
+#include "ovserialize/memory_reader.h"
+#include "ovserialize/memory_writer.h"
 #include "tests/ovattribute/map_testing.h"
 #include "tests/ovattribute/sample_values.h"
 
@@ -93,6 +103,73 @@ TEST(MapThreads, InternAndReleaseTheSameNames) {
   });
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(ovcore::StringKey::interned_count(), before);
+}
+
+// What a server does, all at once: a round is 25 operations, and some seal, open and print too.
+TEST(MapThreads, DoEverythingAtOnce) {
+  constexpr std::uint64_t total = 1'000'000;
+  const std::size_t names_before = ovcore::StringKey::interned_count();
+  std::atomic<std::uint64_t> operations = 0;
+  std::atomic<int> wrong = 0;
+  {
+    const ovcrypto::Key key("sixteen bytes...", 16);
+    const auto cipher = SecuredValue::default_cipher();
+    const SecuredValue::KeyId key_id("threads", ovcore::Uuid());
+    const AttributeMap common = map_of({{"list", AttributeValue{"a", "b"}}, {"n", 0}});
+    const AttributeNamePackageSet::Ptr packages =
+        AttributeNamePackageSet::create(AttributeNamePackage::create({"list", "n"}));
+    std::mutex mutex;
+    std::array<AttributeMap, 8> mailbox;  // what one thread put there, another one takes
+    in_threads(1, [&](int thread, int) {
+      const auto check = [&](bool right) {
+        if (!right) ++wrong;
+      };
+      for (int round = 0; operations.load(std::memory_order_relaxed) < total; ++round) {
+        const AttributeName passing("passing " + std::to_string(round % 50));
+        const AttributeName own("of thread " + std::to_string(thread * 100 + round % 3));
+        check(AttributeName(passing.value()) == passing);
+        MutableAttributeMap map = common;
+        map.add(passing, round).add(own, AttributeValue{thread, round});
+        map["n"] = round;
+        map["list"].append("c");
+        const AttributeMap frozen = map;
+        check(common.query("n") == AttributeValue(0) && common.query("list").size() == 2);
+        check(frozen.query(passing).get<int>() == round && frozen.size() == 4);
+        map.erase(own);
+        check(frozen.exists(own) && !map.exists(own) && !(map == frozen));
+        check(frozen.merged_with(map).hash() == frozen.hash());
+
+        AttributeMap taken = frozen;
+        {
+          const std::lock_guard lock(mutex);
+          taken.swap(mailbox[static_cast<std::size_t>(round) % mailbox.size()]);
+        }
+        check(taken.empty() || taken.query("list").size() == 3);
+        MutableAttributeMap answer = std::move(taken);
+        answer.add("answer", frozen).add("n", thread);
+        check(answer.query("answer").get<AttributeMap>().shares_holder_with(frozen));
+
+        ovserialize::MemoryWriter writer;
+        AttributeNameEncoder encoder(packages);
+        write_attribute_value(writer, encoder, answer);
+        ovserialize::MemoryReader reader(writer.detach());
+        AttributeNameDecoder decoder(packages, true);
+        check(read_attribute_value(reader, decoder) == AttributeValue(answer));
+        if (round % 8 == 0) {
+          const SecuredValue sealed(frozen, "", key_id, key, *cipher);
+          check(sealed.authenticate(key) && sealed.extract(key) == AttributeValue(frozen));
+          std::ostringstream out;
+          out << frozen;
+          check(out.str().size() > 20);
+        }
+        operations += 25;
+      }
+    });
+  }
+  EXPECT_EQ(wrong, 0);
+  EXPECT_GE(operations, total);
+  EXPECT_EQ(ovcore::StringKey::interned_count(), names_before);
+  std::cout << operations << " operations\n";
 }
 
 }  // namespace
