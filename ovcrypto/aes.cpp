@@ -56,11 +56,18 @@ void store_big_endian(std::uint64_t value, unsigned char* bytes) noexcept {
   std::memcpy(bytes, &value, sizeof value);
 }
 
-void add_to_counter(AesBlock& counter, std::size_t n) noexcept {
-  const std::uint64_t low = load_big_endian(counter.data() + 8);
-  const std::uint64_t sum = low + n;
-  store_big_endian(sum, counter.data() + 8);
-  if (sum < low) store_big_endian(load_big_endian(counter.data()) + 1, counter.data());
+// Writes `count` counters in a row. The numbers are held in registers here only, since who is
+// called would save them on the stack.
+void take_counters(AesBlock& counter, unsigned char* out, std::size_t count) noexcept {
+  std::uint64_t high = load_big_endian(counter.data());
+  std::uint64_t low = load_big_endian(counter.data() + 8);
+  for (std::size_t i = 0; i < count; ++i) {
+    const BlockWords block = {big_endian(high), big_endian(low)};
+    std::memcpy(out + i * aes_block_size, &block, sizeof block);
+    if (++low == 0) ++high;
+  }
+  store_big_endian(high, counter.data());
+  store_big_endian(low, counter.data() + 8);
 }
 
 // Multiplication by x in GF(2^128), without a branch on secret bits.
@@ -194,8 +201,8 @@ void AesCounterContext::crypt(const unsigned char* in, unsigned char* out, std::
 
   const std::size_t done = begun + whole * aes_block_size;
   if (done == size) return;
-  m_aes.encrypt(m_counter.data(), m_keystream.data());
-  add_to_counter(m_counter, 1);
+  take_counters(m_counter, m_keystream.data(), 1);
+  m_aes.encrypt(m_keystream.data(), m_keystream.data());
   m_left = aes_block_size - (size - done);
   xor_bytes(in + done, m_keystream.data(), out + done, size - done);
 }
@@ -203,17 +210,11 @@ void AesCounterContext::crypt(const unsigned char* in, unsigned char* out, std::
 void AesCounterContext::crypt_blocks(const unsigned char* in, unsigned char* out,
                                      std::size_t count) {
   if (count == 0) return;
-  std::uint64_t high = load_big_endian(m_counter.data());
-  std::uint64_t low = load_big_endian(m_counter.data() + 8);
   alignas(16) unsigned char stream[scratch_blocks * aes_block_size];
   const WipeAtEnd wiped(stream, std::min(count, scratch_blocks) * aes_block_size);
   for (std::size_t n = 0; count > 0; count -= n) {
     n = std::min(count, scratch_blocks);
-    for (std::size_t i = 0; i < n; ++i) {
-      const BlockWords block = {big_endian(high), big_endian(low)};
-      std::memcpy(stream + i * aes_block_size, &block, sizeof block);
-      if (++low == 0) ++high;
-    }
+    take_counters(m_counter, stream, n);
     m_aes.encrypt_in_place(stream, n);
     for (std::size_t i = 0; i < n; ++i) {
       xor_block(in, stream + i * aes_block_size, out);
@@ -221,8 +222,6 @@ void AesCounterContext::crypt_blocks(const unsigned char* in, unsigned char* out
       out += aes_block_size;
     }
   }
-  store_big_endian(high, m_counter.data());
-  store_big_endian(low, m_counter.data() + 8);
 }
 
 AesCmacContext::SharedState::SharedState(const Key& key, std::size_t longest_run) : m_aes(key) {

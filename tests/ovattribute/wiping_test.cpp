@@ -142,6 +142,9 @@ Needles derived_needles(const ovcrypto::Key& key, const std::string& plaintext,
   const std::string h = omac(key, 1, header);
   add_needles(needles, n, "N'");
   add_needles(needles, h, "H'");
+  // As the processor's numbers, too.
+  add_needles(needles, std::string(zero.rbegin(), zero.rend()), "root of the subkeys", run);
+  add_needles(needles, std::string(n.rbegin(), n.rend()), "N'", run);
   add_needles(needles, xor_of(n, h), "seed");
   add_needles(needles, xor_of(plaintext, sealed.substr(16, plaintext.size())), "keystream");
   return needles;
