@@ -280,6 +280,39 @@ void read_simdjson(benchmark::State& state, Text text) {
   measure(state, text, [&] { benchmark::DoNotOptimize(parser.parse(text).error()); });
 }
 
+std::size_t walk(simdjson::ondemand::value value) {
+  std::size_t size = 0;
+  switch (value.type()) {
+    case simdjson::ondemand::json_type::object:
+      for (auto field : value.get_object())
+        size += walk(field.value());
+      break;
+    case simdjson::ondemand::json_type::array:
+      for (auto element : value.get_array())
+        size += walk(element.value());
+      break;
+    case simdjson::ondemand::json_type::string:
+      size = value.get_string().value().size();
+      break;
+    case simdjson::ondemand::json_type::number:
+      size = value.get_double().value() != 0;
+      break;
+    default:
+      break;
+  }
+  return size;
+}
+
+// Text in memory with room behind it; checks UTF-8; indexes all of the text before the walk, and
+// goes over it in order, once. Names are not looked at.
+std::size_t pull_simdjson(Text text) {
+  static simdjson::ondemand::parser parser;
+  static simdjson::padded_string padded;
+  if (std::string_view(padded) != text) padded = simdjson::padded_string(text);
+  simdjson::ondemand::document document = parser.iterate(padded);
+  return walk(document.get_value());
+}
+
 // No check of UTF-8; no limits.
 void write_simdjson(benchmark::State& state, Text text) {
   simdjson::dom::parser parser;
@@ -329,6 +362,7 @@ void add_rows(const std::string& name, Text text) {
 #ifdef OV_PEER_SIMDJSON
   add("json_read", "simdjson", read_simdjson);
   add("json_write", "simdjson", write_simdjson);
+  add_pull("simdjson", pull_simdjson);
 #endif
 }
 
