@@ -2,40 +2,20 @@
 // The JSON form of values: what was read writes and reads back, and the binary form agrees.
 #include "fuzz/fuzzing.h"
 #include "ovattribute/json_marshaler.h"
-#include "ovcore/write_stream.h"
-#include "ovjson/reader.h"
-#include "ovjson/writer.h"
 
 using namespace ovfuzz;
 using ovattribute::AttributeValue;
 
 namespace {
 
-AttributeValue read(std::string_view text, const ovattribute::JsonReadOptions& options) {
-  ovcore::MemoryReadStream stream(text.data(), text.size());
-  ovjson::Reader reader(stream);
-  AttributeValue value = read_attribute_value(reader, options);
-  require(!reader.next_value(), "one value is the document");
-  return value;
-}
-
-std::string write(const AttributeValue& value, const ovattribute::JsonWriteOptions& options) {
-  std::string text;
-  ovcore::StringWriteStream stream(text);
-  ovjson::TextWriter writer(stream);
-  write_attribute_value(writer, value, options);
-  writer.close();
-  return text;
-}
-
 /// JSON holds a list of one as its element; so does what reads it.
 void check_round_trip(const AttributeValue& value, bool exact) {
   std::string text;
   // Not all that has a value has JSON: a string that is not UTF-8, a map's empty name.
-  if (!failure_of([&] { text = write(value, {.exact_integers = exact}); }).empty()) return;
-  const AttributeValue back = read(text, {.exact_integers = exact});
+  if (!failure_of([&] { text = to_json(value, {.exact_integers = exact}); }).empty()) return;
+  const AttributeValue back = ovattribute::parse_json(text, {.exact_integers = exact});
   require(back.compare(value) == 0, "what is written as JSON reads back");
-  require(write(back, {.exact_integers = exact}) == text, "what reads back writes the same");
+  require(to_json(back, {.exact_integers = exact}) == text, "what reads back writes the same");
 }
 
 }  // namespace
@@ -50,7 +30,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   } else {
     const auto options = ovattribute::JsonReadOptions{.exact_integers = exact,
                                                       .refuse_repeated_names = (settings & 2) != 0};
-    if (!failure_of([&] { value = read(input.rest(), options); }).empty()) return 0;
+    if (!failure_of([&] { value = ovattribute::parse_json(input.rest(), options); }).empty())
+      return 0;
     require(binary_of(value_of(binary_of(value))) == binary_of(value), "it has a binary form");
   }
   check_round_trip(value, exact);

@@ -348,4 +348,24 @@ void write_attribute_value(ovjson::Writer& writer, const AttributeValue& value,
   JsonWriting(writer, options).write(value);
 }
 
+AttributeValue parse_json(ovcore::SourceString text, const JsonReadOptions& options) {
+  ovcore::MemoryReadStream source(text);
+  // A buffer that takes the whole text, unless it is long.
+  const ovjson::ReaderOptions whole{
+      .buffer_size = std::clamp<std::size_t>(text.size(), 1, ovjson::ReaderOptions().buffer_size)};
+  ovjson::Reader reader(source, {}, whole);
+  AttributeValue value = read_attribute_value(reader, options);
+  static_cast<void>(reader.next_value());  // raises when anything follows
+  return value;
+}
+
+std::string to_json(const AttributeValue& value, const JsonWriteOptions& options) {
+  std::string text;
+  ovcore::StringWriteStream target(text);
+  ovjson::TextWriter writer(target);
+  write_attribute_value(writer, value, options);
+  writer.close();
+  return text;
+}
+
 }  // namespace ovattribute

@@ -12,8 +12,11 @@
 // and arrays of nulls or of different kinds are refused.
 #pragma once
 
+#include <string>
+
 #include "ovattribute/attribute_value.h"
 #include "ovcore/export.h"
+#include "ovcore/source_string.h"
 
 namespace ovjson {
 class Reader;
@@ -48,5 +51,12 @@ OV_EXPORT void read_attribute_value(ovjson::Reader& reader, AttributeValue& valu
 /// Writes one value. Errors are those of the writer; what was written before one stays written.
 OV_EXPORT void write_attribute_value(ovjson::Writer& writer, const AttributeValue& value,
                                      const JsonWriteOptions& options = {});
+
+/// The value of a text that holds one document and nothing else.
+[[nodiscard]] OV_EXPORT AttributeValue parse_json(ovcore::SourceString text,
+                                                  const JsonReadOptions& options = {});
+/// The text of a value, on one line.
+[[nodiscard]] OV_EXPORT std::string to_json(const AttributeValue& value,
+                                            const JsonWriteOptions& options = {});
 
 }  // namespace ovattribute

@@ -23,21 +23,6 @@
 namespace ovattribute {
 namespace {
 
-AttributeValue read(std::string_view json, const JsonReadOptions& options = {}) {
-  ovjson::Reader reader(ovcore::make_ref_counted<ovcore::MemoryReadStream>(json), {}, {});
-  AttributeValue value = read_attribute_value(reader, options);
-  EXPECT_FALSE(reader.next_value()) << json;
-  return value;
-}
-
-std::string written(const AttributeValue& value, const JsonWriteOptions& options = {}) {
-  std::string text;
-  ovjson::TextWriter writer(ovcore::make_ref_counted<ovcore::StringWriteStream>(text));
-  write_attribute_value(writer, value, options);
-  writer.close();
-  return text;
-}
-
 AttributeValue one(AttributeValue value) {
   return value;
 }
@@ -87,7 +72,7 @@ TEST(JsonMarshaler, ReadsEachKindAsItsType) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.json);
-    const AttributeValue value = read(c.json);
+    const AttributeValue value = parse_json(c.json);
     EXPECT_EQ(value.type(), c.value.type());
     EXPECT_EQ(value, c.value);
     ovtest::for_each_split(c.json, [&](const auto& stream) {
@@ -99,26 +84,28 @@ TEST(JsonMarshaler, ReadsEachKindAsItsType) {
 
 TEST(JsonMarshaler, KeepsIntegersExactlyOnRequest) {
   const JsonReadOptions exact{.exact_integers = true};
-  EXPECT_EQ(read("9007199254740993", exact), one(9007199254740993LL));
-  EXPECT_EQ(read("9223372036854775807", exact), one(std::numeric_limits<long long>::max()));
-  EXPECT_EQ(read("9223372036854775808", exact), one(9223372036854775808.0));
-  EXPECT_EQ(read("-9223372036854775809", exact), one(-9223372036854775808.0));
-  EXPECT_EQ(read("[-9223372036854775809]", exact), one(-9223372036854775808.0));
-  EXPECT_EQ(read("-9223372036854775808", exact), one(std::numeric_limits<long long>::min()));
-  EXPECT_EQ(read("-0", exact), one(0));
-  EXPECT_EQ(read("[9007199254740993, 1.0]", exact), (AttributeValue{9007199254740993LL, 1LL}));
-  EXPECT_EQ(read("[9007199254740992, 0.5]", exact), (AttributeValue{9007199254740992.0, 0.5}));
-  EXPECT_ERROR(read("[9007199254740993, 0.5]", exact), ovjson::error::ovjson_reader,
+  EXPECT_EQ(parse_json("9007199254740993", exact), one(9007199254740993LL));
+  EXPECT_EQ(parse_json("9223372036854775807", exact), one(std::numeric_limits<long long>::max()));
+  EXPECT_EQ(parse_json("9223372036854775808", exact), one(9223372036854775808.0));
+  EXPECT_EQ(parse_json("-9223372036854775809", exact), one(-9223372036854775808.0));
+  EXPECT_EQ(parse_json("[-9223372036854775809]", exact), one(-9223372036854775808.0));
+  EXPECT_EQ(parse_json("-9223372036854775808", exact), one(std::numeric_limits<long long>::min()));
+  EXPECT_EQ(parse_json("-0", exact), one(0));
+  EXPECT_EQ(parse_json("[9007199254740993, 1.0]", exact),
+            (AttributeValue{9007199254740993LL, 1LL}));
+  EXPECT_EQ(parse_json("[9007199254740992, 0.5]", exact),
+            (AttributeValue{9007199254740992.0, 0.5}));
+  EXPECT_ERROR(parse_json("[9007199254740993, 0.5]", exact), ovjson::error::ovjson_reader,
                "Array holds a fraction and an integer that no Double can hold. "
                "[line 1, pos 20]");
-  EXPECT_EQ(written(9007199254740993LL, {.exact_integers = true}), "9007199254740993");
+  EXPECT_EQ(to_json(9007199254740993LL, {.exact_integers = true}), "9007199254740993");
 }
 
 // An Integer has no such zero, a Double has, whatever stands behind it.
 TEST(JsonMarshaler, KeepsTheSignOfZeroAmongDoubles) {
   for (const bool exact : {false, true}) {
     const auto doubles = [exact](const char* json) {
-      const AttributeValue value = read(json, {.exact_integers = exact});
+      const AttributeValue value = parse_json(json, {.exact_integers = exact});
       std::string text;
       for (const double d : value.elements<double>())
         text += ovcore::to_string(d) + " ";
@@ -127,7 +114,7 @@ TEST(JsonMarshaler, KeepsTheSignOfZeroAmongDoubles) {
     EXPECT_EQ(doubles("[0, -0, -0.0, 1, 0.0, -0e5, 0.5, -0, 0]"),
               "0.0 -0.0 -0.0 1.0 0.0 -0.0 0.5 -0.0 0.0 ");
     EXPECT_EQ(doubles("[-0, 2.5]"), "-0.0 2.5 ");
-    EXPECT_EQ(read("[-0, 2, -0.0]", {.exact_integers = exact}), (AttributeValue{0, 2, 0}));
+    EXPECT_EQ(parse_json("[-0, 2, -0.0]", {.exact_integers = exact}), (AttributeValue{0, 2, 0}));
   }
 }
 
@@ -189,9 +176,10 @@ TEST(JsonMarshaler, RefusesWhatHasNoValue) {
 
 TEST(JsonMarshaler, RefusesRepeatedNamesOnRequest) {
   const JsonReadOptions strict{.refuse_repeated_names = true};
-  EXPECT_EQ(read("{\"a\": {\"a\": 1}}", strict), one(AttributeMap{{"a", AttributeMap{{"a", 1}}}}));
-  EXPECT_ERROR(read("{\"a\": 1,\n  \"b\": 2, \"a\": [1]}", strict), ovjson::error::ovjson_reader,
-               "Repeated member name 'a' [line 2, pos 11]");
+  EXPECT_EQ(parse_json("{\"a\": {\"a\": 1}}", strict),
+            one(AttributeMap{{"a", AttributeMap{{"a", 1}}}}));
+  EXPECT_ERROR(parse_json("{\"a\": 1,\n  \"b\": 2, \"a\": [1]}", strict),
+               ovjson::error::ovjson_reader, "Repeated member name 'a' [line 2, pos 11]");
 }
 
 TEST(JsonMarshaler, WritesPlainJsonWhereItReadsBackTheSame) {
@@ -222,11 +210,11 @@ TEST(JsonMarshaler, WritesPlainJsonWhereItReadsBackTheSame) {
        "[{},{\"a\":{\"ovserialize\":\"2.5\"}}]"},
   };
   for (const Case& c : cases) {
-    const std::string json = written(c.value);
+    const std::string json = to_json(c.value);
     EXPECT_EQ(json, c.json);
-    const AttributeValue again = read(json);
+    const AttributeValue again = parse_json(json);
     EXPECT_EQ(again, c.value) << json;
-    EXPECT_EQ(written(again), json);
+    EXPECT_EQ(to_json(again), json);
   }
 }
 
@@ -236,12 +224,12 @@ TEST(JsonMarshaler, FallsBackForMapsThatWouldNotReadBack) {
   for (const AttributeValue& value :
        {one(reserved), one(nameless), AttributeValue{AttributeMap(), reserved},
         one(AttributeMap{{"inner", reserved}})}) {
-    const std::string json = written(value);
+    const std::string json = to_json(value);
     EXPECT_NE(json.find("{\"ovserialize\":\""), std::string::npos) << json;
-    EXPECT_EQ(read(json), value) << json;
+    EXPECT_EQ(parse_json(json), value) << json;
   }
   // Only the map with the name falls back, not the one around it.
-  EXPECT_TRUE(written(AttributeMap{{"inner", reserved}}).starts_with("{\"inner\":{\"ovser"));
+  EXPECT_TRUE(to_json(AttributeMap{{"inner", reserved}}).starts_with("{\"inner\":{\"ovser"));
 }
 
 TEST(JsonMarshaler, LongValuesStreamInPieces) {
@@ -249,7 +237,7 @@ TEST(JsonMarshaler, LongValuesStreamInPieces) {
   for (int i = 0; i < 3000; ++i)
     texts.push_back("\"\\\n" + std::to_string(i));
   const AttributeMap map{{"ovserialize", AttributeValue::list_of(texts)}};
-  EXPECT_EQ(read(written(map)), one(map));
+  EXPECT_EQ(parse_json(to_json(map)), one(map));
 }
 
 /// Notes the calls, and of string data the sizes.
@@ -295,15 +283,25 @@ TEST(JsonMarshaler, TheLosslessFormIsAStringOfLargePieces) {
   const auto [calls, text] = recorded(ones);
   EXPECT_EQ(calls, before + "data 2048; data 2048; data " + std::to_string(text.size() - 4096) +
                        "; " + behind);
-  EXPECT_EQ(read("{\"ovserialize\": \"" + text + "\"}"), ones);
+  EXPECT_EQ(parse_json("{\"ovserialize\": \"" + text + "\"}"), ones);
 }
 
 TEST(JsonMarshaler, OrdersNamesOnRequest) {
   // Interned in this order, so maps hold them in this order unless the names were known before.
   const AttributeMap map{
       {"zz order", 1}, {"mm order", 2}, {"aa order", AttributeMap{{"b", 1}, {"A", 2}}}};
-  EXPECT_EQ(written(map, {.order_names_by_text = true}),
+  EXPECT_EQ(to_json(map, {.order_names_by_text = true}),
             "{\"aa order\":{\"A\":2,\"b\":1},\"mm order\":2,\"zz order\":1}");
+}
+
+TEST(JsonMarshaler, TextHoldsOneDocument) {
+  const std::string longer = "[\"" + std::string(100'000, 'x') + "\", \"y\"]";
+  EXPECT_EQ(to_json(parse_json(longer)), "[\"" + std::string(100'000, 'x') + "\",\"y\"]");
+  EXPECT_EQ(parse_json(" [1,\n2] \n"), (AttributeValue{1, 2}));
+  for (const char* const text : {"", " ", "1 2", "{} x"}) {
+    const auto error = ovtest::error_of([&] { static_cast<void>(parse_json(text)); });
+    EXPECT_TRUE(error && error->code().is_a(ovjson::error::ovjson_reader)) << text;
+  }
 }
 
 }  // namespace

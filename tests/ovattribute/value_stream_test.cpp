@@ -49,21 +49,6 @@ std::string bytes_of_values(const std::vector<AttributeValue>& values) {
   return bytes;
 }
 
-std::string json_of(const AttributeValue& value) {
-  std::string text;
-  ovcore::StringWriteStream target(text);
-  ovjson::TextWriter writer(target);
-  write_attribute_value(writer, value);
-  writer.close();
-  return text;
-}
-
-AttributeValue from_json(const std::string& json) {
-  ovcore::MemoryReadStream source{ovcore::SourceString(json)};
-  ovjson::Reader reader(source);
-  return read_attribute_value(reader);
-}
-
 AttributeValue within_maps(AttributeValue value, int depth) {
   for (int i = 0; i < depth; ++i)
     value = AttributeValue(AttributeMap{{"inner", value}});
@@ -83,12 +68,12 @@ TEST(ValueStream, EveryValueSurvivesAsJsonAtAnyDepth) {
     if (has_bytes(sample)) continue;
     for (const int depth : {0, 4}) {
       const AttributeValue value = within_maps(sample, depth);
-      const std::string json = json_of(value);
+      const std::string json = to_json(value);
       SCOPED_TRACE(json.substr(0, 100));
-      const AttributeValue read = from_json(json);
+      const AttributeValue read = parse_json(json);
       EXPECT_EQ(read.type(), value.type());
       EXPECT_EQ(bytes_of_value(read), bytes_of_value(value));
-      EXPECT_EQ(json_of(read), json);
+      EXPECT_EQ(to_json(read), json);
       ++kept;
     }
   }
