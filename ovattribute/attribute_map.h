@@ -354,6 +354,9 @@ class OV_EXPORT WritableAttributeMapRef : public MutableAttributeMap {
 /// Writes the trace text with the default formatter at level 0, as the map would be written as a
 /// value.
 OV_EXPORT std::ostream& operator<<(std::ostream& out, const AttributeMapBase& map);
+/// As for values.
+OV_EXPORT void PrintTo(const AttributeMap& map, std::ostream* out);
+OV_EXPORT void PrintTo(const MutableAttributeMap& map, std::ostream* out);
 
 OV_EXPORT ovserialize::Writer& operator<<(ovserialize::Writer& writer, const AttributeMapBase& map);
 OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, AttributeMap& map);

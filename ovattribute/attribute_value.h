@@ -364,6 +364,9 @@ struct ValueAccess {
 
 /// Writes the trace text with the default formatter at level 0.
 OV_EXPORT std::ostream& operator<<(std::ostream& out, const AttributeValue& value);
+/// What GoogleTest prints in its messages: the trace text, hardly cut, maps in the order of their
+/// names' texts. As it finds the function by its name, there is nothing to include or to call.
+OV_EXPORT void PrintTo(const AttributeValue& value, std::ostream* out);
 
 template <std::ranges::input_range R>
 requires impl::ElementType<std::ranges::range_value_t<R>> AttributeValue

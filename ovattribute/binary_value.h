@@ -94,4 +94,7 @@ class OV_EXPORT BinaryValue {
 OV_EXPORT void write_binary_value(ovserialize::Writer& writer, const BinaryValue& value);
 OV_EXPORT void read_binary_value(ovserialize::Reader& reader, BinaryValue& value);
 
+/// What GoogleTest prints in its messages, as for a value of one such element.
+OV_EXPORT void PrintTo(const BinaryValue& value, std::ostream* out);
+
 }  // namespace ovattribute

@@ -4,6 +4,7 @@
 
 #include <compare>
 #include <cstddef>
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -99,5 +100,8 @@ class OV_EXPORT SerializedValue {
 /// cannot be read.
 OV_EXPORT void write_serialized_value(ovserialize::Writer& writer, const SerializedValue& value);
 OV_EXPORT void read_serialized_value(ovserialize::Reader& reader, SerializedValue& value);
+
+/// What GoogleTest prints in its messages, as for a value of one such element.
+OV_EXPORT void PrintTo(const SerializedValue& value, std::ostream* out);
 
 }  // namespace ovattribute

@@ -286,4 +286,26 @@ std::ostream& operator<<(std::ostream& out, const Attribute& attribute) {
   return out << '\'' << attribute.name() << "' => " << attribute.value();
 }
 
+// Where values differ behind what is cut, a message would show two equal texts.
+void PrintTo(const AttributeValue& value, std::ostream* out) {
+  constexpr std::uint32_t much = 10'000;
+  TraceFormatter::Composer composer;
+  composer.order_names_by_text(true).max_multivalue_count(much).max_string_len(10 * much);
+  composer.max_binary_value_dump_bytes(much);
+  value.write_trace(*out, composer.compose(), 0);
+}
+
+void PrintTo(const AttributeMap& map, std::ostream* out) {
+  PrintTo(AttributeValue(map), out);
+}
+void PrintTo(const MutableAttributeMap& map, std::ostream* out) {
+  PrintTo(AttributeValue(map), out);
+}
+void PrintTo(const BinaryValue& value, std::ostream* out) {
+  PrintTo(AttributeValue(value), out);
+}
+void PrintTo(const SerializedValue& value, std::ostream* out) {
+  PrintTo(AttributeValue(value), out);
+}
+
 }  // namespace ovattribute

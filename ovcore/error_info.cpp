@@ -107,4 +107,20 @@ std::size_t ErrorInfo::hash() const noexcept {
   return result;
 }
 
+std::ostream& operator<<(std::ostream& out, const ErrorInfo& error) {
+  for (const ErrorInfo* e = &error; e != nullptr; e = e->cause().get()) {
+    if (e != &error) out << "\n  caused by ";
+    out << e->code() << ": " << SourceString(e->message());
+  }
+  return out;
+}
+
+void PrintTo(const RefCountPtr<const ErrorInfo>& error, std::ostream* out) {
+  if (error) {
+    *out << *error;
+  } else {
+    *out << "no error";
+  }
+}
+
 }  // namespace ovcore

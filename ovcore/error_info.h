@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -61,5 +62,10 @@ class OV_EXPORT ErrorInfo final : public RefCounted {
   mutable RefCountPtr<const ErrorInfo> m_cause;  // taken out only while the chain is destroyed
   std::string m_message;
 };
+
+/// Code and message, then those of its causes, a line each.
+OV_EXPORT std::ostream& operator<<(std::ostream& out, const ErrorInfo& error);
+/// What GoogleTest prints in its messages.
+OV_EXPORT void PrintTo(const RefCountPtr<const ErrorInfo>& error, std::ostream* out);
 
 }  // namespace ovcore

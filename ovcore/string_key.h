@@ -118,6 +118,10 @@ class OV_EXPORT StringKey : public ObjectKeyBase {
   friend std::strong_ordering operator<=>(const StringKey& a, const StringKey& b) noexcept {
     return a.key_value() <=> b.key_value();
   }
+  friend std::ostream& operator<<(std::ostream& out, const StringKey& key) {
+    key.write_trace(out);
+    return out;
+  }
 
   /// The number of texts interned at this moment, for tests and diagnostics.
   [[nodiscard]] static std::size_t interned_count() noexcept;
