@@ -1,5 +1,6 @@
 # What an installation holds: the libraries (component `runtime`, with the tool), their headers as
-# <library>/<header>, the CMake package and the pkg-config file `ovattribute` (component `dev`).
+# <library>/<header>, the CMake package, the pkg-config file `ovattribute`, pages and examples
+# (component `dev`).
 
 include(CMakePackageConfigHelpers)
 
@@ -38,6 +39,11 @@ function(ov_install_package)
     "${PROJECT_BINARY_DIR}/ovattribute-config.cmake"
     "${PROJECT_BINARY_DIR}/ovattribute-config-version.cmake"
     DESTINATION "${ov_package_dir}" COMPONENT dev)
+
+  install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+    COMPONENT dev)
+  install(DIRECTORY docs examples DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT dev
+    REGEX "/docs/(site|Doxyfile)$|/examples/CMakeLists.txt$" EXCLUDE)
 
   # Where gdb looks for what belongs to a library, given the path of its own installation, /usr.
   if(BUILD_SHARED_LIBS)
