@@ -26,6 +26,8 @@ package_boost_json=libboost-json1.81-dev
 packages_tidy=(clang-14 clang-tidy-14)
 # shellcheck disable=SC2034
 packages_coverage=(gcovr)
+# shellcheck disable=SC2034
+packages_docs=(doxygen python3)
 
 die() {
   printf '%s: %s\n' "$(basename "$0")" "$*" >&2
