@@ -201,9 +201,7 @@ void add_trace() {
 
 int main(int argc, char** argv) {
   ovbench::Ovattribute::constants();
-  ovbench::for_each_peer([]<class P>() {
-    if constexpr (!requires { P::wire_only; }) ovbench::add_library<P>();
-  });
+  ovbench::for_each_peer([]<class P>() { ovbench::add_library<P>(); });
   ovbench::add_trace();
   return ovbench::run(argc, argv);
 }

@@ -95,6 +95,7 @@ int main(int argc, char** argv) {
   for_each_peer(add);
   add.operator()<OvattributePackage>();
 #ifdef OV_PEER_NLOHMANN
+  add.operator()<NlohmannCbor>();
   add.operator()<NlohmannMsgpack>();
 #endif
   for (const std::size_t size : {32, 1024}) {

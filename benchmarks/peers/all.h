@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every library that was found, ours first. What a library cannot do has no function in its struct,
-// and it has no row then. Flags: `build_only`, `wire_only`, `rounds_integers`.
+// and it has no row then. Flags: `build_only`, `rounds_integers`.
 #pragma once
 
 #include "benchmarks/peers/ovattribute.h"

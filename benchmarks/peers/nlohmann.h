@@ -13,7 +13,7 @@
 namespace ovbench {
 
 struct Nlohmann {
-  static constexpr const char* name = "nlohmann_cbor";
+  static constexpr const char* name = "nlohmann";
   using Name = std::string;
   using Map = nlohmann::json;
 
@@ -43,15 +43,19 @@ struct Nlohmann {
   static void set(Map& map, const Name& n, std::int64_t value) { map[n] = value; }
   static bool equal(const Map& a, const Map& b) { return a == b; }
   static std::size_t hash(const Map& map) { return std::hash<Map>()(map); }
+};
 
+struct NlohmannCbor : Nlohmann {
+  static constexpr const char* name = "nlohmann_cbor";
   using Bytes = std::vector<std::uint8_t>;
+
   static Bytes encode(const Map& map) { return Map::to_cbor(map); }
   static Map decode(std::string_view bytes) { return Map::from_cbor(bytes.begin(), bytes.end()); }
 };
 
 struct NlohmannMsgpack : Nlohmann {
   static constexpr const char* name = "nlohmann_msgpack";
-  static constexpr bool wire_only = true;
+  using Bytes = std::vector<std::uint8_t>;
 
   static Bytes encode(const Map& map) { return Map::to_msgpack(map); }
   static Map decode(std::string_view bytes) {
