@@ -61,9 +61,7 @@ void receive(const Bytes& message, const ovcrypto::Key& key) {
 
 int main() {
   // [key]
-  ovcrypto::Key key(SecuredValue::default_cipher()->key_size());
-  ovcrypto::default_random_provider().generate_random(key.data(),
-                                                      static_cast<std::int64_t>(key.size()));
+  const auto key = ovcrypto::Key::random(SecuredValue::default_cipher()->key_size());
   // [key]
   const Bytes message = carry(send(key));
   receive(message, key);

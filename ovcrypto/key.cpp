@@ -7,6 +7,7 @@
 
 #include "ovcore/error_composer.h"
 #include "ovcrypto/error_codes.h"
+#include "ovcrypto/random_provider.h"
 #include "ovcrypto/wiped.h"
 
 namespace ovcrypto {
@@ -28,6 +29,12 @@ Key::Key(std::size_t size) {
 
 Key::Key(const void* data, std::size_t size) : Key(size) {
   if (size > 0) std::memcpy(m_data, data, size);
+}
+
+Key Key::random(std::size_t size) {
+  Key key(size);
+  default_random_provider().generate_random(key.m_data, static_cast<std::int64_t>(size));
+  return key;
 }
 
 Key::~Key() {

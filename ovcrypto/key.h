@@ -17,8 +17,8 @@ namespace ovcrypto {
 /// Moving hands the buffer over, so that no second copy comes into being; a copy is asked for with
 /// `clone`. A key has no printed form and no order.
 ///
-/// Constructors, `resize` and `read` raise `ovcrypto_key_size` for a key larger than `max_size` and
-/// leave the key as it was on any failure.
+/// Constructors, `random`, `resize` and `read` raise `ovcrypto_key_size` for a key larger than
+/// `max_size` and leave the key as it was on any failure.
 class OV_EXPORT Key {
  public:
   /// 16 MiB: the longest binary block.
@@ -38,6 +38,8 @@ class OV_EXPORT Key {
   }
   ~Key();
 
+  /// A new key of `size` bytes of `default_random_provider`. Raises what that raises.
+  [[nodiscard]] static Key random(std::size_t size);
   [[nodiscard]] Key clone() const { return Key(m_data, m_size); }
 
   [[nodiscard]] const unsigned char* data() const noexcept { return m_data; }

@@ -424,6 +424,7 @@ TEST(FailingMemory, OfCryptographyAndJson) {
     return ovjson::Reader(ovcore::make_ref_counted<ovcore::MemoryReadStream>(json), "uri", options);
   };
   ops.makes("Key::Key", [] { return Key(16).size(); });
+  ops.makes("Key::random", [] { return Key::random(16).size(); });
   ops.makes("Key::Key, Key::clone", [] { return Key("abc", 3).clone().size(); });
   ops.changes(
       "Key::resize", old_key, [](Key& key) { key.resize(40); }, key_bytes);

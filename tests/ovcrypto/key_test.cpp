@@ -46,6 +46,16 @@ Key read_key(ovcore::IReadStream& stream) {
   return key;
 }
 
+TEST(Key, IsRandomOnRequest) {
+  const Key key = Key::random(32);
+  EXPECT_EQ(key.size(), 32u);
+  EXPECT_NE(key, Key::random(32));
+  EXPECT_NE(key, Key(32));
+  EXPECT_TRUE(Key::random(0).empty());
+  EXPECT_ERROR(Key::random(Key::max_size + 1), error::ovcrypto_key_size,
+               "Key cannot be larger than 16777216 bytes");
+}
+
 TEST(Key, KeepsTheFirstBytesWhenItsSizeChanges) {
   Key key = key_of("abc");
   key.resize(5);

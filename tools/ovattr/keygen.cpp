@@ -3,7 +3,6 @@
 #include <memory>
 #include <string>
 
-#include "ovcrypto/random_provider.h"
 #include "tools/ovattr/command.h"
 #include "tools/ovattr/key_file.h"
 
@@ -16,11 +15,8 @@ struct Keygen {
 
   void run() const {
     if (file == "-") throw UsageError("A key is written to a file of its own");
-    ovcrypto::Key key(size);
-    about_file(file, [&] {
-      ovcrypto::default_random_provider().generate_random(key.data(),
-                                                          static_cast<std::int64_t>(size));
-    });
+    ovcrypto::Key key;
+    about_file(file, [&] { key = ovcrypto::Key::random(size); });
     write_new_key_file(file, key);
   }
 };
