@@ -28,6 +28,8 @@ packages_tidy=(clang-14 clang-tidy-14)
 packages_coverage=(gcovr)
 # shellcheck disable=SC2034
 packages_docs=(doxygen python3)
+# shellcheck disable=SC2034
+packages_fuzz_coverage=(clang-14 llvm-14 python3)
 
 die() {
   printf '%s: %s\n' "$(basename "$0")" "$*" >&2
