@@ -29,6 +29,7 @@ READERS = {
 NOT_OF_INPUT = re.compile(
     r"throw_no_(sequence|structure)\(|throw_out_of_range\(|throw std::|write_|_writer_"  # misuse
     r"|Parent parameter|no longer available|already given out|ovserialize_reader_closed"
+    r"|after_error|kind_name\(m_item|message_template, parameters"  # or passes on a caller's error
     r"|Reading the text failed|tokenizer_stream")  # a source that fails
 
 RAISE = re.compile(r"(?<![\w])(?:throw_\w+|raise\w*|fail\w*)\(|throw std::")
