@@ -589,7 +589,6 @@ TEST(FailingMemory, OfValuesNamesAndMaps) {
   });
   ops.makes("write_attribute_value, JSON", [&] { return write_json(plain, false); });
   ops.makes("write_attribute_value, JSON by text", [&] { return write_json(plain, true); });
-  ops.makes("parse_json, to_json", [&] { return to_json(parse_json(json)); });
   ops.makes("parse_json", [&] { return parse_json(ovcore::SourceString(json)); });
   ops.makes("to_json", [&] { return to_json(plain); });
   ops.makes("TraceFormatter::Composer", [] {
