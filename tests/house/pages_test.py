@@ -41,7 +41,7 @@ def failure_of(command, shown, folder, environment):
 
 def main():
     environment = dict(os.environ)
-    environment["PATH"] = f"{pathlib.Path(sys.argv[1]).parent}:{environment['PATH']}"
+    environment["PATH"] = f"{pathlib.Path(sys.argv[1]).resolve().parent}:{environment['PATH']}"
     commands = failures = 0
     for page in PAGES:
         with tempfile.TemporaryDirectory() as folder:
