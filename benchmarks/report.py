@@ -280,7 +280,8 @@ def write_page(table, environment):
         "<!-- Written by scripts/bench; what people say stands in benchmarks/notes.md. -->", "",
         f"This library beside others of its field, in one run of `scripts/bench`: medians of "
         f"{environment['repetitions']} repetitions in random order, which are of the processor's time "
-        "but where threads are compared. Everything is compiled alike (`-O2 -DNDEBUG`).", "",
+        "but where threads are compared. Everything is compiled alike (`-O2 -DNDEBUG`). The heap is the C "
+        "library's, told to keep what is given back.", "",
         f"- Machine: {environment['cpu']}, {environment['cores']} cores, load {environment['load']} "
         "when the run began",
         f"- Compiler: {environment['compiler']}; {environment['system']}",

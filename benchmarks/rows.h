@@ -3,6 +3,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -48,6 +49,10 @@ void keep(const T& result) {
 }
 
 inline int run(int argc, char** argv) {
+  // As in a process that lives for long, the heap keeps what is given back. Else what lies at its
+  // end by chance decides whether all of it goes back to the system after each iteration.
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
