@@ -332,6 +332,7 @@ class OV_EXPORT MutableAttributeMap : public AttributeMapBase {
  private:
   template <class F>
   std::invoke_result_t<F, Map&> change(F&& f) {
+    if (m_pImpl && m_pImpl->has_unique_ref()) return f(m_pImpl->map);
     const ovcore::RefCountPtr<MapHolder> given_up = prepare_modify();
     return f(m_pImpl->map);
   }

@@ -162,18 +162,17 @@ void AttributeMapBase::write_element_aux(Writer& writer, IAttributeNameEncoder& 
   writing(writer, encoder).write_entry(entry);
 }
 
-AttributeMap::AttributeMap(Reader& reader)
-    : AttributeMap(ovcore::make_ref_counted<MapHolder>(reader)) {}
+AttributeMap::AttributeMap(Reader& reader) : AttributeMap(reading(reader).read_map()) {}
 
 AttributeMap::AttributeMap(Reader& reader, IAttributeNameDecoder& decoder)
-    : AttributeMap(ovcore::make_ref_counted<MapHolder>(reader, decoder)) {}
+    : AttributeMap(reading(reader, decoder).read_map()) {}
 
 void MutableAttributeMap::read(Reader& reader) {
-  m_pImpl = ovcore::make_ref_counted<MapHolder>(reader);
+  m_pImpl = reading(reader).read_map();
 }
 
 void MutableAttributeMap::read(Reader& reader, IAttributeNameDecoder& decoder) {
-  m_pImpl = ovcore::make_ref_counted<MapHolder>(reader, decoder);
+  m_pImpl = reading(reader, decoder).read_map();
 }
 
 Writer& operator<<(Writer& writer, const AttributeMapBase& map) {

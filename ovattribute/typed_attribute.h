@@ -66,9 +66,7 @@ class TypedAttribute {
   /// The element, or null when the map has no such name.
   [[nodiscard]] const Stored* find(const AttributeMapBase& map) const {
     const AttributeValue* value = map.query_ptr(m_name);
-    if (value == nullptr) return nullptr;
-    impl::MapChecks::check_scalar_of_type(m_name, *value, type());
-    return &value->template at<Stored>(0);
+    return value != nullptr ? &element(*value) : nullptr;
   }
   /// All elements, of a scalar too; they lie in the map. Raises
   /// `ovattribute_map_attributeNotFound`.
@@ -91,9 +89,21 @@ class TypedAttribute {
     return *value;
   }
 
+  const Stored& element(const AttributeValue& value) const {
+    if (value.type().id() == impl::ValueTypeTraits<Stored>::id) {
+      const std::span<const Stored> elements = value.template elements<Stored>();
+      if (elements.size() == 1) return elements.front();
+    }
+    impl::MapChecks::check_scalar_of_type(m_name, value, type());  // raises
+    return value.template at<Stored>(0);
+  }
   Result scalar(const AttributeValue& value) const {
-    impl::MapChecks::check_scalar_of_type(m_name, value, type());
-    return value.template get<T>();
+    const Stored& stored = element(value);
+    if constexpr (impl::StoredType<T>) {
+      return stored;
+    } else {
+      return value.template get<T>();
+    }
   }
 
   const AttributeName m_name;

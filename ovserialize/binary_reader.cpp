@@ -44,12 +44,16 @@ bool BinaryReader::more(std::size_t size) {
 int BinaryReader::item_kind() {
   if (!has(1)) return item_none;
   const int kind = impl::kinds[*m_cursor];
-  if (kind < impl::kind_of_simple) return kind;
+  return kind < impl::kind_of_simple ? kind : kind_of_more(kind);
+}
+
+// Where the first byte does not tell.
+int BinaryReader::kind_of_more(int kind) {
   const std::size_t size = impl::head_size(*m_cursor);
   if (!has(size)) return item_none;
   const std::uint64_t argument = impl::load_argument(m_cursor);
   if (kind == impl::kind_of_tag) return impl::kind_of(argument);
-  return argument >= 32 ? item_unsigned : item_none;
+  return argument >= impl::simple_two_bytes ? item_unsigned : item_none;
 }
 
 bool BinaryReader::at_end() {
@@ -126,11 +130,11 @@ std::uint64_t BinaryReader::get_unsigned(std::uint64_t max) {
   std::size_t size = 1;
   if (impl::kinds[*m_cursor] == item_unsigned) {
     value = *m_cursor - impl::byte_unsigned_tiny;
-  } else if (item_kind() != item_unsigned) {
-    throw_other(impl::kind_name(item_unsigned));
-  } else if (*m_cursor == impl::byte_unsigned) {
+  } else if (*m_cursor == impl::byte_unsigned && has(2) && m_cursor[1] >= impl::simple_two_bytes) {
     value = m_cursor[1] - std::uint64_t{impl::unsigned_bias};
     size = 2;
+  } else if (item_kind() != item_unsigned) {
+    throw_other(impl::kind_name(item_unsigned));
   } else {
     const std::size_t tag_size = impl::head_size(*m_cursor);
     const Head head = peek_head(tag_size);

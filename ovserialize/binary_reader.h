@@ -92,6 +92,7 @@ class OV_EXPORT BinaryReader : public Reader {
   // True when the next `size` bytes stand in the window.
   bool has(std::size_t size) { return in_window() >= size || more(size); }
   bool more(std::size_t size);
+  int kind_of_more(int kind);
   Head peek_head(std::size_t skipped = 0);
   Head peek_head_slow(std::size_t skipped);
   Head read_head();

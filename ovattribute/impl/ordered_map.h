@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
+#include <limits>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -26,12 +28,13 @@ namespace ovattribute::impl {
 /// Iterators stay valid until their entry is erased, also across `swap` and moves; those to the end
 /// belong to the map object. One thread at a time changes a map; many may read it.
 template <class Key, class Value, class WordOf, std::size_t SmallLimit = 8,
-          std::size_t PageCapacity = 32>
+          std::size_t PageCapacity = 56>
 class OrderedMap {
   struct Link {
     Link* previous;
     Link* next;
   };
+  static_assert(SmallLimit <= 8, "which is how many tags are looked at together");
   struct Node : Link {
     template <class K, class... Args>
     explicit Node(K&& key, Args&&... value)
@@ -192,6 +195,8 @@ class OrderedMap {
     return WordOf()(static_cast<const Node*>(link)->entry.first);
   }
   Link* end_link() const noexcept { return const_cast<Link*>(&m_end); }
+  // Addresses of one table differ in these bits, neighbours surely.
+  static std::uint8_t tag_of(Word word) noexcept { return static_cast<std::uint8_t>(word >> 6); }
 
   Node* find_node(Word word) const noexcept {
     if (!m_index.empty()) return static_cast<Node*>(m_index.find(word));
@@ -252,10 +257,7 @@ auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::find_in_pool(
     Link* const link = not_below(word);
     return link != &m_end && word_of(link) == word ? static_cast<Node*>(link) : nullptr;
   }
-  // In any order, and to the end: that costs no branch that depends on the word.
-  Node* found = nullptr;
-  m_pool.for_each([&](Node* node) { found = word_of(node) == word ? node : found; });
-  return found;
+  return m_pool.find_tagged(tag_of(word), [=](Node* node) { return word_of(node) == word; });
 }
 
 template <class Key, class Value, class WordOf, std::size_t SmallLimit, std::size_t PageCapacity>
@@ -266,10 +268,22 @@ auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::not_below(
     Node* const node = static_cast<Node*>(found.item);
     return found.below ? node->next : node;
   }
-  Link* link = m_end.next;
-  while (link != &m_end && word_of(link) < word)
-    link = link->next;
-  return link;
+  if (m_pool.has_gaps()) {
+    Link* link = m_end.next;
+    while (link != &m_end && word_of(link) < word)
+      link = link->next;
+    return link;
+  }
+  // In any order, and all of them: that costs no branch that depends on the word.
+  Link* least = end_link();
+  Word least_word = std::numeric_limits<Word>::max();
+  m_pool.for_each([&](Node* node) {
+    const Word w = word_of(node);
+    const bool better = w >= word && w <= least_word;
+    least = better ? node : least;
+    least_word = better ? w : least_word;
+  });
+  return least;
 }
 
 template <class Key, class Value, class WordOf, std::size_t SmallLimit, std::size_t PageCapacity>
@@ -398,6 +412,8 @@ auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::link_new(Node* no
       add_to_index();
     } else if (m_size > SmallLimit) {
       start_index();
+    } else {
+      m_pool.set_tag(node, tag_of(word_of(node)));
     }
   } catch (...) {
     remove_from_list(node);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -14,6 +15,9 @@ namespace ovattribute::impl {
 /// Hands out room for nodes of one type from a few slabs, in ascending order within each. Room that
 /// is given back is handed out again first. Knows nothing of the nodes' contents: whoever uses it
 /// destroys them, then calls `clear`.
+///
+/// The first nodes of a slab have a tag of one byte each, the slab's first eight of which are
+/// looked at together.
 template <class Node>
 class SlabPool {
  public:
@@ -33,7 +37,7 @@ class SlabPool {
   /// the pool is empty.
   static constexpr std::size_t alignment = std::max(alignof(Node), alignof(void*));
   void lend(void* memory, std::size_t count) noexcept {
-    m_newest = ::new (memory) Slab{nullptr, 0, static_cast<std::uint32_t>(count), true};
+    m_newest = ::new (memory) Slab{nullptr, 0, 0, static_cast<std::uint32_t>(count), true};
   }
 
   /// Makes the next `count` nodes neighbours. Raises `std::bad_alloc`, as `take` does.
@@ -53,6 +57,33 @@ class SlabPool {
     } else {
       m_free = ::new (node) FreeNode{m_free};
     }
+  }
+
+  /// Gives a node its tag. REQUIRES: no more than eight nodes were ever in use together.
+  void set_tag(const void* node, std::uint8_t tag) noexcept {
+    Slab* slab = m_newest;
+    while (!slab->holds(node))
+      slab = slab->older;
+    const unsigned shift =
+        8 * static_cast<unsigned>(static_cast<const Node*>(node) - slab->node(0));
+    slab->tags = (slab->tags & ~(std::uint64_t{0xff} << shift)) | std::uint64_t{tag} << shift;
+  }
+  /// The node with that tag for which `f` is true, or null. REQUIRES: no gaps, and all have tags.
+  template <class F>
+  [[nodiscard]] Node* find_tagged(std::uint8_t tag, F&& f) const noexcept {
+    constexpr std::uint64_t ones = ~std::uint64_t{0} / 0xff;
+    for (Slab* slab = m_newest; slab != nullptr; slab = slab->older) {
+      // The top bit of each byte that equals the tag; false ones may stand above a true one.
+      const std::uint64_t other = slab->tags ^ ones * tag;
+      std::uint64_t equal = (other - ones) & ~other & ones << 7;
+      while (equal != 0) {
+        const auto i = static_cast<std::uint32_t>(std::countr_zero(equal)) / 8;
+        if (i >= slab->used) break;
+        if (f(slab->node(i))) return slab->node(i);
+        equal &= equal - 1;
+      }
+    }
+    return nullptr;
   }
 
   /// Whether nodes were given back that lie between others.
@@ -93,11 +124,17 @@ class SlabPool {
   /// Followed in memory by its nodes, of which the first `used` are handed out or on the free list.
   struct alignas(Node) Slab {
     Slab* older;
+    std::uint64_t tags;  // of the first eight, from the lowest byte on
     std::uint32_t used;
     std::uint32_t capacity : 31;
     bool is_lent : 1;
 
     Node* node(std::size_t i) noexcept { return reinterpret_cast<Node*>(this + 1) + i; }
+    bool holds(const void* memory) noexcept {
+      const auto offset =
+          reinterpret_cast<std::uintptr_t>(memory) - reinterpret_cast<std::uintptr_t>(this);
+      return offset < lent_size(capacity);
+    }
   };
   struct FreeNode {
     FreeNode* next;
@@ -109,8 +146,8 @@ class SlabPool {
   void add_slab(std::size_t capacity) {
     capacity = std::min<std::size_t>(capacity, std::numeric_limits<std::int32_t>::max());
     void* const memory = ::operator new(lent_size(capacity));
-    m_newest =
-        ::new (memory) Slab{m_newest, 0, static_cast<std::uint32_t>(capacity) & 0x7fffffff, false};
+    m_newest = ::new (memory)
+        Slab{m_newest, 0, 0, static_cast<std::uint32_t>(capacity) & 0x7fffffff, false};
   }
   void drop_newest() noexcept {
     Slab* const slab = std::exchange(m_newest, m_newest->older);

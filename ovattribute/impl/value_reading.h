@@ -14,6 +14,7 @@
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/binary_value.h"
 #include "ovattribute/impl/map_access.h"
+#include "ovattribute/impl/string_maker.h"
 #include "ovattribute/impl/type_tag.h"
 #include "ovattribute/impl/visit_elements.h"
 #include "ovattribute/nesting.h"
@@ -52,7 +53,7 @@ class ValueReading {
       case ovserialize::item_double:
         return read_scalar<double>();
       case ovserialize::item_string:
-        return read_scalar<std::string>();
+        return ValueAccess::adopt(m_strings.make(read_element<std::string>()));
       case ovserialize::item_absolute_time:
         return read_scalar<ovcore::AbsoluteTime>();
       case ovserialize::item_relative_time:
@@ -66,10 +67,26 @@ class ValueReading {
     }
   }
 
+  ovcore::RefCountPtr<AttributeMapBase::MapHolder> read_map() {
+    const std::uint64_t count = begin_map();
+    const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(count, first_room));
+    auto holder = AttributeMapBase::MapHolder::make(room);
+    read_entries(holder->map, count, room);
+    return holder;
+  }
+
   void read_entries(AttributeMapBase::Map& map) {
+    const std::uint64_t count = begin_map();
+    read_entries(map, count, make_room(map, count, first_room));
+  }
+
+ private:
+  std::uint64_t begin_map() {
     if (++m_level > m_limit) throw_too_deep();
-    const std::uint64_t count = m_reader.begin_sequence();
-    std::size_t room = make_room(map, count, first_room);
+    return m_reader.begin_sequence();
+  }
+
+  void read_entries(AttributeMapBase::Map& map, std::uint64_t count, std::size_t room) {
     while (m_reader.has_next_element()) {
       if (map.size() == room) room = make_room(map, count, 4 * room + 8);
       AttributeName name = m_read_name(m_reader);
@@ -79,7 +96,6 @@ class ValueReading {
     --m_level;
   }
 
- private:
   // Elements that are believed from an announced count.
   static constexpr std::size_t max_reserve = 4096;
   // As many entries cost no more than a small map does anyway.
@@ -197,8 +213,7 @@ class ValueReading {
     } else if constexpr (std::same_as<T, ErrorInfoPtr>) {
       return ovserialize::read_error_info(m_reader);
     } else if constexpr (std::same_as<T, AttributeMap>) {
-      auto holder = ovcore::make_ref_counted<AttributeMapBase::MapHolder>();
-      read_entries(holder->map);
+      auto holder = read_map();
       return holder->map.empty() ? AttributeMap() : MapAccess::adopt(std::move(holder));
     } else {
       T element{};
@@ -221,6 +236,7 @@ class ValueReading {
   std::size_t m_level = 0;
   const std::size_t m_limit = nesting_limit();
   std::size_t m_reservable = 2 * max_reserve;  // elements of lists of maps
+  StringMaker m_strings;
 };
 
 }  // namespace ovattribute::impl

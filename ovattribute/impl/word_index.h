@@ -207,7 +207,7 @@ class WordIndex {
   }
 
   void append_to_full(Word word, void* item);
-  Page* replace_first_root();
+  Page* enlarge_root();
   std::size_t where_to_part(const Path& path) const noexcept;
   void update_last() noexcept;
 
@@ -234,7 +234,7 @@ void WordIndex<Capacity>::append_to_full(Word word, void* item) {
 template <std::size_t Capacity>
 void WordIndex<Capacity>::insert(const Path& path, Word word, void* item) {
   Page* page = path.pages[0];
-  if (page->full() && page->capacity < Capacity) page = replace_first_root();
+  if (page->full() && page->capacity < Capacity) page = enlarge_root();
   if (!page->full()) {
     page->insert(path.at[0], {word, item});
     return;
@@ -272,10 +272,10 @@ void WordIndex<Capacity>::insert(const Path& path, Word word, void* item) {
   update_last();
 }
 
-/// The root of a small index, its only page, gives way to one of full size.
+/// The root of a small index, its only page, gives way to a larger one.
 template <std::size_t Capacity>
-auto WordIndex<Capacity>::replace_first_root() -> Page* {
-  Page* const larger = make_page(Capacity, 0);
+auto WordIndex<Capacity>::enlarge_root() -> Page* {
+  Page* const larger = make_page(std::min<std::size_t>(2 * m_root->capacity, Capacity), 0);
   m_root->part(0, *larger);
   free_page(m_root);
   m_root = m_last = larger;

@@ -24,6 +24,7 @@ constexpr unsigned char byte_structure_end = 0xf2;
 // Unsigned items: 0..15 in one byte, 16..239 in the byte after `byte_unsigned`.
 constexpr unsigned char byte_unsigned_tiny = 0xe0;
 constexpr unsigned char byte_unsigned = 0xf8;
+constexpr unsigned char simple_two_bytes = 32;  // simple values below have one byte
 constexpr std::uint64_t unsigned_tiny_end = 16;
 constexpr std::uint64_t unsigned_tagged_from = 240;
 constexpr unsigned char unsigned_bias = 16;  // simple value minus unsigned item
@@ -61,19 +62,27 @@ constexpr std::uint64_t inline_end = 24;
 constexpr std::size_t max_head = 9;
 constexpr std::size_t max_item = 24;
 
+/// From or to the order of the network; the compilers make no single instruction of a loop.
+template <class U>
+constexpr U big_endian(U value) noexcept {
+  if constexpr (std::endian::native == std::endian::big || sizeof value == 1) return value;
+  if constexpr (sizeof value == 2) return __builtin_bswap16(value);
+  if constexpr (sizeof value == 4) return __builtin_bswap32(value);
+  if constexpr (sizeof value == 8) return __builtin_bswap64(value);
+}
+
 template <class U>
 inline unsigned char* store_big(unsigned char* out, U value) noexcept {
-  for (std::size_t i = 0; i < sizeof value; ++i)
-    out[i] = static_cast<unsigned char>(value >> (8 * (sizeof value - 1 - i)));
+  value = big_endian(value);
+  std::memcpy(out, &value, sizeof value);
   return out + sizeof value;
 }
 
 template <class U>
 inline U load_big(const unsigned char* in) noexcept {
-  U value = 0;
-  for (std::size_t i = 0; i < sizeof value; ++i)
-    value = static_cast<U>(value << 8 | in[i]);
-  return value;
+  U value;
+  std::memcpy(&value, in, sizeof value);
+  return big_endian(value);
 }
 
 /// Copies up to 32 bytes without a call.

@@ -138,7 +138,7 @@ class OrderedMapTest : public testing::Test {
   void TearDown() override { EXPECT_EQ(Spy::sm_alive, 0); }
 };
 using Maps = testing::Types<MapOf<0, 4>, MapOf<1, 4>, MapOf<2, 5>, MapOf<3, 4>, MapOf<4, 7>,
-                            MapOf<8, 8>, MapOf<2, 16>, MapOf<16, 4>, Default>;
+                            MapOf<8, 8>, MapOf<2, 16>, MapOf<6, 4>, Default>;
 TYPED_TEST_SUITE(OrderedMapTest, Maps);
 
 TYPED_TEST(OrderedMapTest, AgreesWithStdMapUnderRandomOperations) {
