@@ -145,6 +145,17 @@ def read_results(folder):
     return table
 
 
+def spread(folder):
+    """How much the repetitions of a row differ: half of the rows and nine in ten stay below."""
+    values = []
+    for path in folder.glob("*.json"):
+        if path.name != "environment.json":
+            runs = json.loads(path.read_text(encoding="utf-8"))["benchmarks"]
+            values += [run["cpu_time"] for run in runs if run.get("aggregate_name") == "cv"]
+    values.sort()
+    return values[len(values) // 2], values[len(values) * 9 // 10]
+
+
 def row_order(row):
     variant = row.split("/")[1]
     return (int(variant) if variant.isdigit() else sys.maxsize, variant)
@@ -268,7 +279,7 @@ def library_notes():
             yield f"- `{path.name}`: {text.removesuffix('#pragma once').strip()}"
 
 
-def write_page(table, environment):
+def write_page(table, environment, deviations):
     notes = read_notes()
     unused = set(notes) - set(TOPICS)
     if unused:
@@ -284,6 +295,8 @@ def write_page(table, environment):
         "library's, told to keep what is given back.", "",
         f"- Machine: {environment['cpu']}, {environment['cores']} cores, load {environment['load']} "
         "when the run began",
+        "- Standard deviation between the repetitions of a row: {:.0%} of the mean in the middle row, "
+        "{:.0%} or less in nine of ten; ratios are no better than that".format(*deviations),
         f"- Compiler: {environment['compiler']}; {environment['system']}",
         f"- Commit: {environment['commit']}",
         f"- Peers: {versions}", "",
@@ -321,7 +334,8 @@ def main():
     folder = pathlib.Path(sys.argv[1])
     table = read_results(folder)
     if sys.argv[2:] == ["--page"]:
-        write_page(table, json.loads((folder / "environment.json").read_text(encoding="utf-8")))
+        environment = json.loads((folder / "environment.json").read_text(encoding="utf-8"))
+        write_page(table, environment, spread(folder))
         return
     lines, summary = goals_table(table)
     print("\n".join(line for line in lines if "not measured" not in line))
