@@ -390,6 +390,11 @@ TEST(FailingMemory, OfItemStreams) {
   ops.makes("Reader::read_string_key",
             reading(bytes_of([](Writer& w) { w << long_text; }),
                     [](Reader& reader) { return reader.read_string_key().empty(); }));
+  ops.makes("Reader::read_string_key, longer than the buffer", [] {
+    const std::string bytes = bytes_of([](Writer& w) { w << long_text; });
+    ovtest::PieceStream pieces(bytes, {7});
+    return StreamReader(pieces, {}, 32).read_string_key().value();
+  });
   ops.changes("Reader::operator>>, a string", std::string("before"),
               reading(bytes_of([](Writer& w) { w << long_text; }),
                       [](Reader& reader, std::string& target) { reader >> target; }));
