@@ -156,7 +156,7 @@ void TextTokens::find_number() {
   if (negative && is_letter(m_scanner.peek())) return find_word(true);
   const std::size_t first = m_characters.size();
   if (!take_digits()) return set_unexpected("a sign without a number");
-  if (m_characters.size() > first + 1 && m_characters[first] == '0') {
+  if (m_characters.size() > first + 1 && m_characters.compare(first, 1, "0") == 0) {
     return set_malformed("a number with a leading zero");
   }
   bool real = false;

@@ -116,12 +116,12 @@ class Difference {
 
   void compare_places(const std::string& pointer, const AttributeValue* a,
                       const AttributeValue* b) {
-    if (a == nullptr) {
-      line('+', pointer, *b) << '\n';
-    } else if (b == nullptr) {
-      line('-', pointer, *a) << '\n';
-    } else {
+    if (a != nullptr && b != nullptr) {
       compare(pointer, *a, *b);
+    } else if (a != nullptr) {
+      line('-', pointer, *a) << '\n';
+    } else if (b != nullptr) {
+      line('+', pointer, *b) << '\n';
     }
   }
 

@@ -9,8 +9,6 @@
 namespace ovattr {
 namespace {
 
-using namespace std::chrono_literals;
-
 std::string megabytes(std::uint64_t bytes) {
   return std::to_string(bytes / 1'000'000) + '.' + std::to_string(bytes / 100'000 % 10) + " MB";
 }
@@ -42,7 +40,7 @@ void Progress::stop() {
 void Progress::update() {
   const Clock::time_point now = Clock::now();
   if (now < m_next) return;
-  m_next = now + 200ms;
+  m_next = now + std::chrono::milliseconds(200);
   m_shown = true;
   std::string line = "read " + megabytes(m_read);
   if (m_read <= m_expected) line += " of " + megabytes(m_expected);
