@@ -20,7 +20,8 @@ Progress& Progress::of_process() {
   return progress;
 }
 
-Progress::Progress() : m_enabled(::isatty(STDERR_FILENO) != 0), m_next(Clock::now() + 1s) {}
+Progress::Progress()
+    : m_enabled(::isatty(STDERR_FILENO) != 0), m_next(Clock::now() + std::chrono::seconds(1)) {}
 
 void Progress::add_read(std::uint64_t size) {
   m_read += size;
