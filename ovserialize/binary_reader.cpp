@@ -47,8 +47,17 @@ int BinaryReader::item_kind() {
   return kind < impl::kind_of_simple ? kind : kind_of_more(kind);
 }
 
+// A token of a name beyond the first few hundred: worth a short cut.
+inline bool BinaryReader::at_tagged_unsigned() const noexcept {
+  constexpr unsigned char tag_of_two_bytes = impl::major_tag | 25;
+  static_assert(impl::tag_unsigned > 0xff && impl::tag_unsigned <= 0xffff);
+  return in_window() >= tagged_head && *m_cursor == tag_of_two_bytes &&
+         impl::load_big<std::uint16_t>(m_cursor + 1) == impl::tag_unsigned;
+}
+
 // Where the first byte does not tell.
 int BinaryReader::kind_of_more(int kind) {
+  if (at_tagged_unsigned()) return item_unsigned;
   const std::size_t size = impl::head_size(*m_cursor);
   if (!has(size)) return item_none;
   const std::uint64_t argument = impl::load_argument(m_cursor);
@@ -133,7 +142,7 @@ std::uint64_t BinaryReader::get_unsigned(std::uint64_t max) {
   } else if (*m_cursor == impl::byte_unsigned && has(2) && m_cursor[1] >= impl::simple_two_bytes) {
     value = m_cursor[1] - std::uint64_t{impl::unsigned_bias};
     size = 2;
-  } else if (item_kind() != item_unsigned) {
+  } else if (!at_tagged_unsigned() && item_kind() != item_unsigned) {
     throw_other(impl::kind_name(item_unsigned));
   } else {
     const std::size_t tag_size = impl::head_size(*m_cursor);

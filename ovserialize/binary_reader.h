@@ -77,6 +77,9 @@ class OV_EXPORT BinaryReader : public Reader {
  private:
   class BlockStream;
 
+  // Of an unsigned item that has one.
+  static constexpr std::size_t tagged_head = 3;
+
   struct Head {
     unsigned char initial;
     std::uint8_t size;  // bytes
@@ -92,6 +95,7 @@ class OV_EXPORT BinaryReader : public Reader {
   // True when the next `size` bytes stand in the window.
   bool has(std::size_t size) { return in_window() >= size || more(size); }
   bool more(std::size_t size);
+  [[nodiscard]] bool at_tagged_unsigned() const noexcept;
   int kind_of_more(int kind);
   Head peek_head(std::size_t skipped = 0);
   Head peek_head_slow(std::size_t skipped);
