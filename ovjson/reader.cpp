@@ -34,7 +34,7 @@ Reader::~Reader() {
   m_state->close();
 }
 
-void Reader::check(const char* function) const {
+inline void Reader::check(const char* function) const {
   if (m_state->is_failed()) {
     raise_error(error::ovjson_reader, after_error, {}, {source_file, function, 0});
   }
@@ -47,14 +47,14 @@ Reader::ValuePtr Reader::current_value() const {
 
 Reader::ValuePtr Reader::next_value() {
   check("ovjson::Reader::next_value()");
-  ovcore::RefCountPtr<Value> value = m_state->next_value();
+  Value& value = m_state->renew_current();
   State::Step step;
   do {
-    step = m_state->step(value->m_item, value->m_name);
+    step = m_state->step(value.m_item, value.m_name);
   } while (step == State::Step::close);
-  if (step == State::Step::end) value.reset();
-  m_state->set_current(value);
-  return value;
+  if (step == State::Step::value) return ValuePtr(&value);
+  m_state->set_current(nullptr);
+  return nullptr;
 }
 
 Reader::ValuePtr Reader::next_child(const ValuePtr& parent) {
@@ -70,13 +70,12 @@ Reader::ValuePtr Reader::next_child(const ValuePtr& parent) {
   }
   if (!m_state->is_open(parent->m_item)) return nullptr;
 
-  ovcore::RefCountPtr<Value> value = m_state->next_value();
+  Value& value = m_state->renew_current();
   State::Step step;
   do {
-    step = m_state->step(value->m_item, value->m_name);
-    if (step == State::Step::value && value->depth() == parent->depth() + 1) {
-      m_state->set_current(value);
-      return value;
+    step = m_state->step(value.m_item, value.m_name);
+    if (step == State::Step::value && value.depth() == parent->depth() + 1) {
+      return ValuePtr(&value);
     }
   } while (step != State::Step::end && m_state->depth() >= parent->depth());
   m_state->set_current(nullptr);
@@ -153,8 +152,11 @@ void Reader::Value::check_readable(const char* function) const {
   if (m_state->current().get() != this) raise("The current value is no longer available", function);
 }
 
-void Reader::Value::check_kind(Kind kind, const char* message, const char* function) const {
-  if (m_state->is_readable(*this) && m_item.kind == kind) return;
+inline void Reader::Value::check_kind(Kind kind, const char* message, const char* function) const {
+  if (!m_state->is_readable(*this) || m_item.kind != kind) raise_kind(message, function);
+}
+
+void Reader::Value::raise_kind(const char* message, const char* function) const {
   check_readable(function);
   m_state->raise(m_state->position(), error::ovjson_reader_value, message,
                  {{"type", kind_name(m_item.kind)}}, {source_file, function, 0});
@@ -186,14 +188,14 @@ std::string_view Reader::Value::number_text() const {
   return m_state->number_text();
 }
 
-void Reader::Value::check_text(const char* function) const {
+inline void Reader::Value::check_text(const char* function) const {
   check_kind(Kind::string, "Cannot return current value type <{@type}> as a string", function);
   if (m_text_state == Text::gone) {
     raise("The character data of the current value was already given out", function);
   }
 }
 
-void Reader::Value::read_text() const {
+inline void Reader::Value::read_text() const {
   m_text_state = Text::gone;  // should an allocation fail halfway
   m_state->read_text(m_text);
   m_text_state = Text::held;
@@ -214,7 +216,8 @@ std::string Reader::Value::take_string() const {
 
 ovcore::RefCountPtr<ovcore::IReadStream> Reader::Value::as_stream() const {
   check_text("ovjson::Reader::Value::as_stream()");
-  auto stream = ovcore::make_ref_counted<ValueStream>(ValuePtr(this), m_text);
+  const std::string_view held = m_text_state == Text::held ? m_text : std::string_view();
+  auto stream = ovcore::make_ref_counted<ValueStream>(ValuePtr(this), held);
   m_text_state = Text::gone;
   return stream;
 }

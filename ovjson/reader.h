@@ -175,6 +175,7 @@ class OV_EXPORT Reader::Value {
   [[noreturn]] void raise(ovcore::SourceString message, const char* function) const;
   void check_readable(const char* function) const;
   void check_kind(Kind kind, const char* message, const char* function) const;
+  [[noreturn]] void raise_kind(const char* message, const char* function) const;
   void check_text(const char* function) const;
   void read_text() const;
   void forget_text() const noexcept;

@@ -85,6 +85,40 @@ void Tokenizer::close() noexcept {
   m_text = {};
 }
 
+// `behind`: the byte that ends the line.
+inline void Tokenizer::end_line(const char* behind) noexcept {
+  m_line_start = offset(behind);
+  if (behind[-1] == '\r') {
+    m_after_return = m_line_start;
+  } else if (m_line_start - 1 == m_after_return) {
+    return;  // the second half of "\r\n"
+  }
+  ++m_line;
+}
+
+// Behind the white space at `p`; the lines that end in it are counted.
+inline const char* Tokenizer::white_end(const char* p) noexcept {
+  for (;;) {
+    // Indented text: the end of a line, then a run of blanks.
+    if (*p == '\n' || *p == '\r') end_line(++p);
+    impl::Found other;
+    while ((other = impl::find_other_than_blank(p)) == 0)
+      p += impl::block_size;
+    p += impl::first_found(other);
+    if (!is_white(*p)) return p;
+    if (*p == '\t') {
+      ++p;
+    } else if (*p != '\n' && *p != '\r') {
+      return p;
+    }
+  }
+}
+
+void Tokenizer::skip_white() noexcept {
+  const char* const p = m_next;
+  m_next = *p == ' ' && !is_white(p[1]) ? p + 1 : white_end(p);
+}
+
 // The end of the string that goes on at `first`, whose text becomes the token's; null when it must
 // be read in pieces.
 inline const char* Tokenizer::plain_string(const char* first) noexcept {
@@ -108,14 +142,14 @@ bool Tokenizer::take_string() noexcept {
 
 bool Tokenizer::take_name() noexcept {
   if (m_mode != Mode::structure) return false;
-  if (is_white(*m_next)) skip_white();
+  if (is_white(*m_next)) m_next = white_end(m_next);
   const char* const quote = m_next;
   if (*quote != '"') return false;
   m_text_size = 0;
   const char* const end = plain_string(quote + 1);
   if (end == nullptr || m_text.empty() || end[1] != ':') return false;
   m_token_offset = offset(quote);
-  m_next = end + 2;
+  m_next = end + 2 + (end[2] == ' ');
   return true;
 }
 
@@ -353,39 +387,6 @@ std::size_t Tokenizer::read_sequence(const char* cut_off) {
   }
   fail_here(cut_off, bad_utf8);
   return 0;
-}
-
-// `behind`: the byte that ends the line.
-inline void Tokenizer::end_line(const char* behind) noexcept {
-  m_line_start = offset(behind);
-  if (behind[-1] == '\r') {
-    m_after_return = m_line_start;
-  } else if (m_line_start - 1 == m_after_return) {
-    return;  // the second half of "\r\n"
-  }
-  ++m_line;
-}
-
-void Tokenizer::skip_white() noexcept {
-  const char* p = m_next;
-  if (*p == ' ' && !is_white(p[1])) {
-    m_next = p + 1;
-    return;
-  }
-  for (;;) {
-    // Indented text: the end of a line, then a run of blanks.
-    if (*p == '\n' || *p == '\r') end_line(++p);
-    impl::Found other;
-    while ((other = impl::find_other_than_blank(p)) == 0)
-      p += impl::block_size;
-    p += impl::first_found(other);
-    if (*p == '\t') {
-      ++p;
-    } else if (*p != '\n' && *p != '\r') {
-      m_next = p;
-      return;
-    }
-  }
 }
 
 bool Tokenizer::skip_byte_order_mark() {

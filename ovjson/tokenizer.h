@@ -74,9 +74,18 @@ class OV_EXPORT Tokenizer {
   /// Inside a string: takes all that is left of it in place of its tokens, when that has no escapes
   /// and lies in the buffer as a whole; `text` is then all of it. When false, the tokens come.
   bool take_string() noexcept;
-  /// Takes a quoted name and the colon behind it in place of all their tokens, under the same
-  /// conditions and unless it is empty. `position` is then that of the quotation mark.
+  /// Takes a quoted name, the colon and a blank behind it in place of all their tokens, under the
+  /// same conditions and unless it is empty. `position` is then that of the quotation mark.
   bool take_name() noexcept;
+  /// Behind a name: takes the quotation mark that begins a string, when it is the very next byte,
+  /// in place of `string_begin`.
+  bool take_quote() noexcept {
+    if (*m_next != '"') return false;
+    m_token_offset = offset(m_next++);
+    m_mode = Mode::string;
+    m_text_size = 0;
+    return true;
+  }
   /// Goes behind the end of a string when its quotation mark is the very next byte inside it. True
   /// in place of `string_end`; `text` stays valid.
   bool take_string_end() noexcept {
@@ -124,6 +133,7 @@ class OV_EXPORT Tokenizer {
   int low_unit();
   std::size_t read_sequence(const char* cut_off);
   void skip_white() noexcept;
+  const char* white_end(const char* p) noexcept;
   bool skip_byte_order_mark();
   bool skip_comment();
   bool skip_line_comment();

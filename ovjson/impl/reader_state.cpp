@@ -68,14 +68,17 @@ ovcore::RefCountPtr<Reader::Value> Reader::State::new_value() {
   return ovcore::RefCountPtr<Value>(value);
 }
 
-ovcore::RefCountPtr<Reader::Value> Reader::State::next_value() {
-  if (!m_current || m_current->m_refs > 1) return new_value();
-  m_current->forget_text();
-  return std::move(m_current);
+Reader::Value& Reader::State::renew_current() {
+  if (!m_current || m_current->m_refs > 1) {
+    m_current = new_value();
+  } else {
+    m_current->forget_text();
+  }
+  return *m_current;
 }
 
-void Reader::Value::forget_text() const noexcept {
-  empty(m_text);
+inline void Reader::Value::forget_text() const noexcept {
+  if (m_text.capacity() > impl::kept_capacity) std::string().swap(m_text);
   m_text_state = Text::unread;
 }
 
@@ -103,10 +106,15 @@ template <class Name>
   const bool after_comma = m_after_value && m_tokenizer.take_punctuator(',');
   if (!in_array && (after_comma || !m_after_value) && m_tokenizer.take_name()) {
     item.name_position = m_tokenizer.position();
-    set_name(name, m_tokenizer.text());
-    begin_value(next_token(), item);
+    take_name(name, m_tokenizer.text());
+    if (m_tokenizer.take_quote()) {
+      begin_string(item);
+    } else {
+      begin_value(next_token(), item);
+    }
     return Step::value;
   }
+  clear_name(name);
   Token token = next_token();
   if (!after_comma) {
     if (is_punctuator(token, in_array ? ']' : '}')) {
@@ -133,8 +141,13 @@ template <class Name>
 Reader::State::Step Reader::State::walk(Item& item, Name& name) {
   m_failed = true;
   if (m_in_text) skip_text();
-  clear_name(name);
-  const Step result = m_open.empty() ? walk_top(item) : walk_inside(item, name);
+  Step result;
+  if (m_open.empty()) {
+    clear_name(name);
+    result = walk_top(item);
+  } else {
+    result = walk_inside(item, name);
+  }
   m_failed = false;
   return result;
 }
@@ -150,6 +163,14 @@ Reader::State::Step Reader::State::step(Item& item, const ovcore::StringKey*& na
 void Reader::State::begin_unnamed(Token token, Item& item) {
   begin_value(token, item);
   item.name_position = item.position;
+}
+
+inline void Reader::State::begin_string(Item& item) noexcept {
+  item.depth = m_open.size() + 1;
+  item.position = m_tokenizer.position();
+  m_after_value = true;
+  item.kind = Kind::string;
+  m_in_text = true;
 }
 
 void Reader::State::begin_value(Token token, Item& item) {
@@ -248,9 +269,10 @@ std::string_view Reader::State::next_text() {
 void Reader::State::read_text(std::string& text) {
   std::string_view run;
   if (take_plain_text(run)) {
-    text += run;
+    text.assign(run);
     return;
   }
+  text.clear();
   while (!(run = next_run()).empty())
     text += run;
 }

@@ -34,7 +34,7 @@ class Reader::State {
 
   /// The next run of the current string's character data, empty at its end.
   std::string_view next_run();
-  /// All of the current string that is unread, behind what is in `text` already.
+  /// Makes `text` all of the current string that is unread.
   void read_text(std::string& text);
   /// The current string, of which nothing was read, when it need not be put together.
   bool take_plain_text(std::string_view& text) noexcept {
@@ -52,8 +52,8 @@ class Reader::State {
 
   /// A value that nobody uses.
   [[nodiscard]] ovcore::RefCountPtr<Value> new_value();
-  /// The same, or the current value where nobody else holds it. There is no current one then.
-  [[nodiscard]] ovcore::RefCountPtr<Value> next_value();
+  /// Makes the current value one that nobody else holds: the same as before where that is so.
+  Value& renew_current();
   void recycle(const Value* value) noexcept;
   void set_current(ovcore::RefCountPtr<Value> value) noexcept { m_current.swap(value); }
   [[nodiscard]] const ovcore::RefCountPtr<Value>& current() const noexcept { return m_current; }
@@ -96,10 +96,17 @@ class Reader::State {
   void begin_value(Token token, Item& item);
   void begin_container(Item& item);
   void read_name(Token token, Item& item);
+  void begin_string(Item& item) noexcept;
   static void clear_name(impl::KeptText& name) noexcept { name.clear(); }
   void clear_name(const ovcore::StringKey*& name) noexcept {
     if (name == &m_long_name) m_long_name.clear();
     name = nullptr;
+  }
+  /// From the tokenizer's buffer.
+  static void take_name(impl::KeptText& name, std::string_view text) { name.assign_words(text); }
+  void take_name(const ovcore::StringKey*& name, std::string_view text) {
+    clear_name(name);
+    name = &intern(text);
   }
   static void set_name(impl::KeptText& name, std::string_view text) { name.assign(text); }
   void set_name(const ovcore::StringKey*& name, std::string_view text) { name = &intern(text); }
