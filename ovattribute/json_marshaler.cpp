@@ -75,6 +75,10 @@ class JsonReading {
   }
 
  private:
+  // The elements of an array mostly have about as many members as the one before.
+  static constexpr std::size_t default_room = AttributeMapBase::Map::default_room;
+  static constexpr std::size_t most_room = 16;
+
   [[noreturn]] void raise(ovcore::SourceString message,
                           std::initializer_list<ovcore::ErrorInfo::Parameter> parameters = {}) {
     m_walk.make_current();
@@ -84,8 +88,9 @@ class JsonReading {
 
   AttributeValue read_string() {
     std::string_view text;
-    return impl::ValueAccess::adopt(
-        m_walk.take_plain_text(text) ? m_strings.make(text) : m_strings.make(m_walk.take_text()));
+    return impl::ValueAccess::adopt(m_walk.take_plain_text(text)
+                                        ? m_strings.make_or_share(text)
+                                        : m_strings.make(m_walk.take_text()));
   }
 
   std::string read_element() {
@@ -129,9 +134,9 @@ class JsonReading {
     return result;
   }
 
-  /// From the first member on.
-  AttributeMap read_members() {
-    auto holder = AttributeMapBase::MapHolder::make();
+  /// From the first member on; `room` is for so many.
+  AttributeMap read_members(std::size_t room = default_room) {
+    auto holder = AttributeMapBase::MapHolder::make(room);
     AttributeMapBase::Map& map = holder->map;
     do {
       AttributeName name(m_walk.name());
@@ -155,8 +160,12 @@ class JsonReading {
     if (!m_walk.next()) return AttributeValue(ValueTypeId::typeString);
     switch (m_walk.kind()) {
       case Kind::object:
-        return read_elements<AttributeMap>(
-            [this] { return m_walk.next() ? read_members() : AttributeMap(); });
+        return read_elements<AttributeMap>([this, room = default_room]() mutable {
+          if (!m_walk.next()) return AttributeMap();
+          AttributeMap map = read_members(room);
+          room = std::min(map.size() + 1, most_room);
+          return map;
+        });
       case Kind::boolean:
         return read_elements<bool>([this] { return m_walk.boolean(); });
       case Kind::string:

@@ -3,8 +3,12 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -42,13 +46,17 @@ class StorageBlock {
 };
 
 /// Makes String storage, several to a piece of memory: neighbours in a document are mostly given up
-/// together, and one that is kept holds on to seven more places at most. For one thread.
+/// together, and one that is kept holds on to seven more places at most. Short texts that come
+/// again and again, such as codes, share one storage. For one thread.
 class StringMaker {
  public:
   StringMaker() noexcept = default;
   StringMaker(const StringMaker&) = delete;
   StringMaker& operator=(const StringMaker&) = delete;
   ~StringMaker() {
+    for (const Recent& recent : m_recent) {
+      if (recent.storage != nullptr) recent.storage->release();
+    }
     if (m_left > 0) m_block->let_go(m_left);
   }
 
@@ -63,8 +71,39 @@ class StringMaker {
     return storage;
   }
 
+  /// The same from a text without zeros. REQUIRES: a word can be read where the text begins.
+  [[nodiscard]] ValueBase* make_or_share(std::string_view text) {
+    if (text.empty() || text.size() > sizeof(std::uint64_t)) return make(text);
+    const std::uint64_t word = word_of(text);
+    Recent& recent = m_recent[(word * 0x9e3779b97f4a7c15) >> 59];
+    static_assert(recent_count == 1 << (64 - 59));
+    if (recent.word != word) {
+      // Counted from the second time on: most texts come once.
+      recent.word = word;
+      if (recent.storage != nullptr) std::exchange(recent.storage, nullptr)->release();
+      return make(text);
+    }
+    if (recent.storage == nullptr) recent.storage = make(text);
+    return recent.storage->clone();
+  }
+
  private:
   static constexpr std::size_t max_capacity = 8;
+  static constexpr std::size_t recent_count = 32;
+
+  /// A short text that came lately, and its storage once it came again.
+  struct Recent {
+    std::uint64_t word = 0;
+    ValueBase* storage = nullptr;
+  };
+
+  /// The bytes of a text of one to eight.
+  static std::uint64_t word_of(std::string_view text) noexcept {
+    std::uint64_t word;
+    std::memcpy(&word, text.data(), sizeof word);
+    if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+    return word & ~std::uint64_t{0} >> (64 - 8 * text.size());
+  }
 
   void add_block() {
     const std::size_t capacity = std::min(2 * m_capacity, max_capacity);
@@ -75,6 +114,7 @@ class StringMaker {
   StorageBlock* m_block = nullptr;
   std::size_t m_capacity = 1;  // of the block; documents of few strings begin with a small one
   std::size_t m_left = 0;      // places in it that are not used
+  std::array<Recent, recent_count> m_recent;
 };
 
 }  // namespace ovattribute::impl

@@ -154,10 +154,33 @@ TEST(JsonReading, StringsAreKeptAndReleasedInAnyOrderOnAnyThread) {
     EXPECT_EQ(copies[i], AttributeValue(text_of(i)));
 }
 
+// They share their storage then, also those that differ in their ends or sizes only.
+TEST(JsonReading, ShortStringsThatComeAgainAreValuesOfTheirOwn) {
+  const std::vector<std::string> texts = {
+      "a", "b", "aa", "ab", "abcdefg", "abcdefgh", "bbcdefgh", "abcdefghi", "\xc3\xa9", "x\x7f"};
+  std::string json = "[";
+  for (int round = 0; round < 4; ++round) {
+    for (const std::string& text : texts)
+      json += R"({"t":")" + text + R"("},{"t":"\u0000"},)";
+  }
+  json.back() = ']';
+  AttributeValue list = read(json);
+  AttributeValue changed = list.at<AttributeMap>(2 * texts.size()).query("t");
+  changed.append("more");
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::string expected = i % 2 == 0 ? texts[i / 2 % texts.size()] : std::string(1, '\0');
+    EXPECT_EQ(list.at<AttributeMap>(i).query("t"), AttributeValue(expected)) << i;
+  }
+  const AttributeValue kept = list.at<AttributeMap>(4 * texts.size()).query("t");
+  list.set_null();
+  EXPECT_EQ(kept, AttributeValue("a"));
+}
+
 TEST(JsonReading, SmallMapsAndShortStringsShareAllocations) {
   std::string json = "[";
   for (int i = 0; i < 80; ++i)
-    json += R"({"name": "value", "number": 7, "other": "text"},)";
+    json += R"({"name": "value )" + std::to_string(i) +
+            R"(", "number": 7, "other": "longer text", "type": "text", "a": 1, "b": 2, "c": 3},)";
   json.back() = ']';
   static_cast<void>(read(json));  // makes what is made once
   const std::uint64_t made = ovtest::allocations_of([&json] { static_cast<void>(read(json)); });
