@@ -317,18 +317,24 @@ inline std::size_t TextWriter::separator_size() const noexcept {
   return std::size_t{!m_empty} + (m_options.indent > 0 ? 1 + m_options.indent * m_open.size() : 0);
 }
 
+// Copies text to where a byte more has room, unless some of it must be escaped or replaced.
+[[gnu::noinline]] bool copy_unescaped(char* to, std::string_view text) noexcept {
+  char* const end = to + text.size();
+  text.copy(to, text.size());
+  *end = '"';  // where the search stops
+  return impl::plain_end(to, end) == end;
+}
+
 // A string and what comes before it, when there is room and nothing to be escaped or replaced; else
 // false, and nothing is put.
-inline bool TextWriter::put_plain(std::string_view text) {
+[[gnu::always_inline]] inline bool TextWriter::put_plain(std::string_view text) {
   const std::size_t before = separator_size() + 1;
   const std::size_t room = m_capacity - m_used;
   if (room < before || room - before <= text.size()) return false;
   char* const first = m_buffer.get() + m_used + before;
   char* const end = first + text.size();
-  if (!impl::copy_plain(first, text.data(), text.size())) {
-    text.copy(first, text.size());
-    *end = '"';  // where the search stops
-    if (impl::plain_end(first, end) != end) return false;
+  if (!impl::copy_plain(first, text.data(), text.size()) && !copy_unescaped(first, text)) {
+    return false;
   }
   *end = '"';
   if (m_options.indent > 0) {
@@ -344,7 +350,8 @@ inline bool TextWriter::put_plain(std::string_view text) {
 // All of a string and what comes before it, or nothing.
 void TextWriter::put_string(std::string_view text, const Site& site) {
   check_size(site, text.size());
-  if (put_plain(text)) return;
+  if (put_plain(text)) [[likely]]
+    return;
   const bool well_formed = check_characters(site, text);
   put_separator();
   put_quoted(text, well_formed);

@@ -120,7 +120,8 @@ bool copy_two_words(char* to, const char* from, std::size_t size) noexcept {
 
 /// Copies text, looking at nothing behind it, unless a byte of it is special: then false, and some
 /// of it may be copied.
-inline bool copy_plain(char* to, const char* from, std::size_t size) noexcept {
+[[gnu::always_inline]] inline bool copy_plain(char* to, const char* from,
+                                              std::size_t size) noexcept {
   if (size >= block_size) {
     const std::size_t last = size - block_size;
     for (std::size_t i = 0; i < last; i += block_size) {
@@ -132,12 +133,15 @@ inline bool copy_plain(char* to, const char* from, std::size_t size) noexcept {
   }
   if (size >= 8) return copy_two_words<std::uint64_t>(to, from, size);
   if (size >= 4) return copy_two_words<std::uint32_t>(to, from, size);
-  Found special = 0;
-  for (std::size_t i = 0; i < size; ++i) {
-    special |= special_bytes(static_cast<unsigned char>(from[i]));
-    to[i] = from[i];
-  }
-  return special == 0;
+  if (size == 0) return true;
+  // One to three: the first, the middle and the last, which may be the same.
+  const auto first = static_cast<unsigned char>(from[0]);
+  const auto middle = static_cast<unsigned char>(from[size / 2]);
+  const auto last = static_cast<unsigned char>(from[size - 1]);
+  to[0] = from[0];
+  to[size / 2] = from[size / 2];
+  to[size - 1] = from[size - 1];
+  return special_bytes<std::uint32_t>(0x61000000u | first << 16 | middle << 8 | last) == 0;
 }
 
 }  // namespace ovjson::impl
