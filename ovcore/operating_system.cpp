@@ -32,6 +32,16 @@ void cleanse(void* memory, std::size_t size) noexcept {
 }
 
 void debug_break() noexcept {
+  // Where the signal is ignored or blocked, which a process may have from its parent, it would pass
+  // unnoticed.
+  struct sigaction action {};
+  if (::sigaction(SIGTRAP, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+    ::signal(SIGTRAP, SIG_DFL);
+  }
+  sigset_t trap;
+  sigemptyset(&trap);
+  sigaddset(&trap, SIGTRAP);
+  ::pthread_sigmask(SIG_UNBLOCK, &trap, nullptr);
   ::raise(SIGTRAP);
 }
 

@@ -16,7 +16,8 @@ OV_EXPORT void fill_random(void* buffer, std::size_t size);
 /// Overwrites bytes with zero, also where the compiler sees that nobody reads them again.
 OV_EXPORT void cleanse(void* memory, std::size_t size) noexcept;
 
-/// Stops in the debugger; ends the process (SIGTRAP) when none is attached.
+/// Stops in the debugger; ends the process (SIGTRAP) when none is attached, also
+/// where the signal is ignored or blocked.
 OV_EXPORT void debug_break() noexcept;
 
 /// True when the environment has the variable, with whatever value.

@@ -34,7 +34,7 @@ def document():
     return after[:after.index(b"\0")].decode()
 
 
-def run(host, *steps, let_in=None):
+def run(host, *steps, let_in=None, preexec_fn=None):
     """What the host prints for the steps; `let_in` is the value of the variable, None for unset."""
     environment = {name: value for name, value in os.environ.items() if name != VARIABLE}
     # A second definition of everything is what is tested; what a library keeps for good is lost
@@ -44,7 +44,7 @@ def run(host, *steps, let_in=None):
     if let_in is not None:
         environment[VARIABLE] = let_in
     done = subprocess.run([host, *steps], capture_output=True, text=True, env=environment,
-                          timeout=120, check=False)
+                          timeout=120, check=False, preexec_fn=preexec_fn)
     return done.returncode, done.stdout.splitlines(), done.stderr
 
 
@@ -96,6 +96,13 @@ class Module(unittest.TestCase):
         steps = ["+" + LIBRARY, "+" + self.copy]
         self.assertEqual(run(C_HOST, *steps), (-signal.SIGTRAP, ["loaded"], self.messages))
         self.assertEqual(run(LINKED_HOST, "+" + self.copy), (-signal.SIGTRAP, [], self.messages))
+
+    def test_the_break_cannot_be_ignored(self):
+        # Both settings are those of the parent.
+        for ignore in [lambda: signal.signal(signal.SIGTRAP, signal.SIG_IGN),
+                       lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTRAP])]:
+            self.assertEqual(run(C_HOST, "+" + LIBRARY, "+" + self.copy, preexec_fn=ignore),
+                             (-signal.SIGTRAP, ["loaded"], self.messages))
 
     def test_a_second_copy_is_let_in(self):
         for let_in in ["1", "0", ""]:

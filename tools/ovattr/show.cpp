@@ -29,8 +29,9 @@ void add_show(CLI::App& app) {
   CLI::App* command = app.add_subcommand("show", "Print a document as text for people");
   const auto show = std::make_shared<Show>();
   add_reading_options(*command, show->reading);
-  command->add_flag("--all{false}", show->writing.shorten,
-                    "Leave nothing out of long lists, texts and blocks");
+  command->add_flag_callback(
+      "--all", [show] { show->writing.shorten = false; },
+      "Leave nothing out of long lists, texts and blocks");
   command->footer("Example:\n  ovattr show order.json");
   command->callback([show] { show->run(); });
 }
