@@ -44,8 +44,8 @@ class ItemWalk {
   [[nodiscard]] const Position& name_position() const noexcept { return m_item.name_position; }
   /// Of a member.
   [[nodiscard]] const ovcore::StringKey& name() const noexcept { return *m_name; }
-  /// A string, once: as it lies in the buffer, where a block can be read from any byte of it, or put
-  /// together.
+  /// A string, once: as it lies in the buffer, where a block can be read from any byte of it, or
+  /// put together.
   bool take_plain_text(std::string_view& text) noexcept { return m_state.take_plain_text(text); }
   [[nodiscard]] std::string take_text() {
     std::string text;
