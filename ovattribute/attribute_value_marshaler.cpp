@@ -7,6 +7,7 @@
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/attribute_name_coder.h"
 #include "ovattribute/binary_value.h"
+#include "ovattribute/impl/nested_value.h"
 #include "ovattribute/impl/value_reading.h"
 #include "ovattribute/impl/value_writing.h"
 #include "ovserialize/reader.h"
@@ -59,6 +60,14 @@ AttributeValue read_attribute_value(Reader& reader) {
 
 AttributeValue read_attribute_value(Reader& reader, IAttributeNameDecoder& decoder) {
   return reading(reader, decoder).read();
+}
+
+AttributeValue impl::read_nested_value(Reader& reader, std::size_t level) {
+  return ValueReading(reader, PlainNameReader(), level).read();
+}
+
+void impl::write_nested_value(Writer& writer, const AttributeValue& value, std::size_t level) {
+  ValueWriting(writer, PlainNameWriter(), level).write(value);
 }
 
 Writer& operator<<(Writer& writer, const AttributeValue& value) {

@@ -129,7 +129,8 @@ class JsonReading {
     const std::size_t depth = m_walk.depth();
     if (!m_walk.next()) return AttributeMap();
     if (m_walk.name().value() != serialized_name) return read_members();
-    AttributeValue result = impl::read_serialized_attribute_value(m_reader, m_walk.make_current());
+    AttributeValue result =
+        impl::read_serialized_attribute_value(m_reader, m_walk.make_current(), m_level);
     m_walk.leave(depth);
     return result;
   }
@@ -138,6 +139,7 @@ class JsonReading {
   AttributeMap read_members(std::size_t room = default_room) {
     auto holder = AttributeMapBase::MapHolder::make(room);
     AttributeMapBase::Map& map = holder->map;
+    ++m_level;
     do {
       AttributeName name(m_walk.name());
       if (m_options.refuse_repeated_names && map.count(name) > 0) refuse_repeated(name);
@@ -145,6 +147,7 @@ class JsonReading {
       const auto [position, inserted] = map.try_emplace(std::move(name), std::move(value));
       if (!inserted) position->second.swap(value);
     } while (m_walk.next());
+    --m_level;
     return impl::MapAccess::adopt(std::move(holder));
   }
 
@@ -250,6 +253,7 @@ class JsonReading {
   const JsonReadOptions m_options;
   ovjson::impl::ItemWalk m_walk;
   impl::StringMaker m_strings;
+  std::size_t m_level = 0;  // maps that are being read
 };
 
 // The integers that every JSON reader holds exactly: those of a double.
@@ -287,7 +291,7 @@ class JsonWriting {
         break;
       }
       default:
-        impl::write_serialized_attribute_value(m_writer, value);
+        impl::write_serialized_attribute_value(m_writer, value, m_level);
     }
   }
 
@@ -308,7 +312,7 @@ class JsonWriting {
 
   template <class T>
   void write_elements(const AttributeValue& value, std::span<const T> elements, bool serialized) {
-    if (serialized) return impl::write_serialized_attribute_value(m_writer, value);
+    if (serialized) return impl::write_serialized_attribute_value(m_writer, value, m_level);
     if (elements.size() == 1) return write_element(elements.front());
     m_writer.begin_array();
     for (const T& element : elements)
@@ -320,6 +324,7 @@ class JsonWriting {
   void write_element(long long element) { m_writer.integer_value(std::int64_t{element}); }
   void write_element(const std::string& element) { m_writer.string_value(element); }
   void write_element(const AttributeMap& map) {
+    ++m_level;
     m_writer.begin_object();
     impl::for_each_entry(map, m_options.order_names_by_text,
                          [this](const AttributeMap::value_type& entry) {
@@ -327,10 +332,12 @@ class JsonWriting {
                            write(entry.second);
                          });
     m_writer.end_object();
+    --m_level;
   }
 
   ovjson::Writer& m_writer;
   const JsonWriteOptions m_options;
+  std::size_t m_level = 0;  // maps that are being written
 };
 
 }  // namespace

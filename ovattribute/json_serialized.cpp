@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "ovattribute/attribute_value_marshaler.h"
+#include "ovattribute/impl/nested_value.h"
 #include "ovcore/exception.h"
 #include "ovjson/error_codes.h"
 #include "ovjson/writer.h"
@@ -21,9 +21,9 @@ ovcore::SourceLocation location() {
   return {"ovattribute/json_marshaler", "ovattribute::impl::read_serialized_attribute_value()", 0};
 }
 
-AttributeValue read_text(ovcore::IReadStream& text) {
+AttributeValue read_text(ovcore::IReadStream& text, std::size_t level) {
   ovserialize::TextReader reader(text, {}, 4096);
-  AttributeValue value = read_attribute_value(reader);
+  AttributeValue value = read_nested_value(reader, level);
   if (!reader.at_end()) {
     ovcore::throw_error(ovserialize::error::ovserialize_reader_malformed,
                         "Text is left over behind the value", location());
@@ -69,14 +69,15 @@ class TextWriterTarget final : public ovserialize::ITextTarget {
 }  // namespace
 
 AttributeValue read_serialized_attribute_value(ovjson::Reader& reader,
-                                               const ovjson::Reader::ValuePtr& member) {
+                                               const ovjson::Reader::ValuePtr& member,
+                                               std::size_t level) {
   if (member->kind() != ovjson::Reader::Kind::string) {
     reader.raise_error(ovjson::error::ovjson_reader,
                        "Value of \"ovserialize\" property must be of type 'String'.", {},
                        location());
   }
   try {
-    return read_text(*member->as_stream());
+    return read_text(*member->as_stream(), level);
   } catch (const ovcore::Exception& e) {
     reader.raise_error(ovjson::error::ovjson_reader,
                        "String value is not a valid ovserialize Text serialized AttributeValue.",
@@ -84,13 +85,14 @@ AttributeValue read_serialized_attribute_value(ovjson::Reader& reader,
   }
 }
 
-void write_serialized_attribute_value(ovjson::Writer& writer, const AttributeValue& value) {
+void write_serialized_attribute_value(ovjson::Writer& writer, const AttributeValue& value,
+                                      std::size_t level) {
   writer.begin_object();
   writer.member_name("ovserialize");
   writer.begin_streamed_string();
   TextWriterTarget target(writer);
   ovserialize::TextWriter text(target);
-  write_attribute_value(text, value);
+  write_nested_value(text, value, level);
   text.close();
   target.flush();
   writer.end_streamed_string();

@@ -34,12 +34,12 @@ struct PlainNameReader {
   AttributeName operator()(ovserialize::Reader& reader) const { return reader.read_string_key(); }
 };
 
-/// Reads one value or map with everything inside.
+/// Reads one value or map with everything inside. `level`: the maps around it.
 template <class ReadName>
 class ValueReading {
  public:
-  ValueReading(ovserialize::Reader& reader, ReadName read_name) noexcept
-      : m_reader(reader), m_read_name(read_name) {}
+  ValueReading(ovserialize::Reader& reader, ReadName read_name, std::size_t level = 0) noexcept
+      : m_reader(reader), m_read_name(read_name), m_level(level) {}
 
   AttributeValue read() {
     switch (m_reader.item_kind()) {
@@ -233,7 +233,7 @@ class ValueReading {
 
   ovserialize::Reader& m_reader;
   const ReadName m_read_name;
-  std::size_t m_level = 0;
+  std::size_t m_level;
   const std::size_t m_limit = nesting_limit();
   std::size_t m_reservable = 2 * max_reserve;  // elements of lists of maps
   StringMaker m_strings;

@@ -36,12 +36,12 @@ struct PlainNameWriter {
   }
 };
 
-/// Writes one value or map with everything inside.
+/// Writes one value or map with everything inside. `level`: the maps around it.
 template <class WriteName>
 class ValueWriting {
  public:
-  ValueWriting(ovserialize::Writer& writer, WriteName write_name) noexcept
-      : m_writer(writer), m_write_name(write_name) {}
+  ValueWriting(ovserialize::Writer& writer, WriteName write_name, std::size_t level = 0) noexcept
+      : m_writer(writer), m_write_name(write_name), m_level(level) {}
 
   void write(const AttributeValue& value) {
     visit_elements(value, [this]<class T>(std::span<const T> elements) {
@@ -113,7 +113,7 @@ class ValueWriting {
 
   ovserialize::Writer& m_writer;
   const WriteName m_write_name;
-  std::size_t m_level = 0;
+  std::size_t m_level;
   const std::size_t m_limit = nesting_limit();
 };
 

@@ -309,6 +309,13 @@ std::string binary_form(const AttributeValue& value) {
   return text_of(*writer.detach());
 }
 
+std::size_t depth_of(const AttributeMap& map) {
+  std::size_t depth = 1;
+  for (const AttributeMapBase* level = &map; !level->empty(); ++depth)
+    level = &level->begin()->second.get<AttributeMap>();
+  return depth;
+}
+
 /// Ways for a value to arrive; `bytes` is its binary form.
 struct Form {
   const char* name;
@@ -346,13 +353,16 @@ const Form forms[] = {
      ovserialize::error::ovserialize_reader_depth},
     {"JSON",
      [](const std::string&, const AttributeMap& map) {
-       std::size_t depth = 1;
-       for (const AttributeMapBase* level = &map; !level->empty(); ++depth)
-         level = &level->begin()->second.get<AttributeMap>();
-       const std::string text = repeated("{\"m\":", depth - 1) + "{}" + std::string(depth - 1, '}');
-       ovcore::MemoryReadStream stream(text.data(), text.size());
-       ovjson::Reader reader(stream);
-       return read_attribute_value(reader);
+       const std::size_t around = depth_of(map) - 1;
+       return parse_json(repeated("{\"m\":", around) + "{}" + std::string(around, '}'));
+     },
+     ovjson::error::ovjson_reader},
+    {"text inside JSON",
+     [](const std::string&, const AttributeMap& map) {
+       const std::string inner =
+           repeated("simple(12), simple(16), simple(16), \\\"m\\\", ", depth_of(map) - 301);
+       return parse_json(repeated("{\"m\":", 300) + "{\"ovserialize\":\"" + inner +
+                         "simple(12), simple(16), [_ 0]\"}" + std::string(300, '}'));
      },
      ovjson::error::ovjson_reader},
     {"sealed",
@@ -412,6 +422,9 @@ TEST(HostileInput, MapsNestedByHandNeedNoDeepStack) {
     }
     MemoryWriter writer({}, no_limits);
     EXPECT_ERROR(write_attribute_value(writer, map), ovserialize::error::ovserialize_writer_depth,
+                 "Writing maps nested deeper than 512");
+    const AttributeMap around_lossless{{"m", AttributeMap{{"", maps_within_maps(511)}}}};
+    EXPECT_ERROR(to_json(around_lossless), ovserialize::error::ovserialize_writer_depth,
                  "Writing maps nested deeper than 512");
   });
 }
