@@ -48,7 +48,9 @@ AttributeName placeholder(const ovcore::Uuid& id, std::uint64_t position) {
 
 AttributeNameEncoder::AttributeNameEncoder(PackageSetPtr package_set)
     : m_package_set(std::move(package_set)) {
-  if (m_package_set) m_bases.assign(m_package_set->size(), inactive);
+  if (!m_package_set) return;
+  m_bases.assign(m_package_set->size(), inactive);
+  m_owners.assign(m_package_set->several_count(), none);
 }
 
 AttributeNameEncoder::~AttributeNameEncoder() = default;
@@ -61,14 +63,25 @@ void AttributeNameEncoder::write_package_ref(ovserialize::Writer& writer, const 
   writer << ref.package->id() << ref.base << ref.package->size();
 }
 
-auto AttributeNameEncoder::place_of_one_of_several(const AttributeName& name) const -> Place {
-  const auto has_name = [&name](const PackageRef& ref) { return ref.package->count(name) > 0; };
-  const auto active = std::find_if(m_refs.begin(), m_refs.end(), has_name);
-  const AttributeNamePackage::Ptr* const package = active != m_refs.end()
-                                                       ? m_package_set->find(active->package->id())
-                                                       : m_package_set->find(name);
-  return {static_cast<std::size_t>(package - m_package_set->begin()),
-          static_cast<std::size_t>((*package)->find(name) - (*package)->begin())};
+auto AttributeNameEncoder::place_of_one_of_several(const AttributeName& name, std::uint32_t first,
+                                                   std::uint32_t number) const noexcept -> Place {
+  const std::size_t at = m_owners[number] != none ? m_owners[number] : first;
+  const AttributeNamePackage& package = *m_package_set->begin()[at];
+  return {at, static_cast<std::size_t>(package.find(name) - package.begin())};
+}
+
+// REQUIRES: room for one more reference.
+void AttributeNameEncoder::activate(std::size_t package) noexcept {
+  const AttributeNamePackage::Ptr& ptr = m_package_set->begin()[package];
+  m_bases[package] = next_base();
+  m_refs.push_back({ptr, m_bases[package]});
+  if (m_owners.empty()) return;
+  for (const AttributeName& name : *ptr) {
+    const impl::NameIndex::Entry& entry = *m_package_set->locate(name);
+    if ((entry.package & AttributeNamePackageSet::several) == 0) continue;
+    std::uint32_t& owner = m_owners[entry.position];
+    if (owner == none) owner = static_cast<std::uint32_t>(package);
+  }
 }
 
 void AttributeNameEncoder::write_attribute_name(ovserialize::Writer& writer,
@@ -76,25 +89,23 @@ void AttributeNameEncoder::write_attribute_name(ovserialize::Writer& writer,
   const impl::NameIndex::Entry* const entry = m_package_set ? m_package_set->locate(name) : nullptr;
   if (entry == nullptr) return writer.write_string_key(name.key());
   Place place{entry->package, entry->position};
-  if (entry->package == AttributeNamePackageSet::several) place = place_of_one_of_several(name);
-
-  std::size_t& base = m_bases[place.package];
-  if (base == inactive) {
-    const PackageRef ref{m_package_set->begin()[place.package], next_base()};
-    m_refs.reserve(m_package_set->size());
-    write_package_ref(writer, ref);
-    m_refs.push_back(ref);
-    base = ref.base;
+  if ((entry->package & AttributeNamePackageSet::several) != 0) {
+    place = place_of_one_of_several(name, entry->package & ~AttributeNamePackageSet::several,
+                                    entry->position);
   }
-  writer << base + place.position;
+  if (m_bases[place.package] == inactive) {
+    m_refs.reserve(m_package_set->size());
+    write_package_ref(writer, {m_package_set->begin()[place.package], next_base()});
+    activate(place.package);
+  }
+  writer << m_bases[place.package] + place.position;
 }
 
 void AttributeNameEncoder::write_encoder_mappings(ovserialize::Writer& writer) {
   AttributeNameEncoder all(*this);
+  all.m_refs.reserve(m_bases.size());
   for (std::size_t i = 0; i < m_bases.size(); ++i) {
-    if (m_bases[i] != inactive) continue;
-    all.m_bases[i] = all.next_base();
-    all.m_refs.push_back({m_package_set->begin()[i], all.m_bases[i]});
+    if (m_bases[i] == inactive) all.activate(i);
   }
   writer.begin_structure();
   writer.begin_sequence(all.m_refs.size());

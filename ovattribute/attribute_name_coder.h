@@ -86,14 +86,19 @@ class OV_EXPORT AttributeNameEncoder final : public IAttributeNameEncoder {
     std::size_t position;
   };
   static constexpr std::size_t inactive = ~std::size_t{0};
+  static constexpr std::uint32_t none = ~std::uint32_t{0};
 
-  [[nodiscard]] Place place_of_one_of_several(const AttributeName& name) const;
+  [[nodiscard]] Place place_of_one_of_several(const AttributeName& name, std::uint32_t first,
+                                              std::uint32_t number) const noexcept;
+  void activate(std::size_t package) noexcept;
   [[nodiscard]] std::size_t next_base() const noexcept;
   static void write_package_ref(ovserialize::Writer& writer, const PackageRef& ref);
 
   PackageSetPtr m_package_set;
   std::vector<PackageRef> m_refs;    // active, in the order of their announcement
   std::vector<std::size_t> m_bases;  // of the packages in the order of the set
+  /// Of the names in several packages: the package that became active first, or `none`.
+  std::vector<std::uint32_t> m_owners;
 };
 
 /// Reads what an `AttributeNameEncoder` wrote. Used by one thread.

@@ -70,7 +70,7 @@ impl::NameIndex index_of(const std::vector<AttributeName>& names,
   return index;
 }
 
-impl::NameIndex index_of(const std::vector<PackagePtr>& packages) {
+impl::NameIndex index_of(const std::vector<PackagePtr>& packages, std::uint32_t& several_count) {
   std::size_t count = 0;
   for (const PackagePtr& package : packages)
     count += package->size();
@@ -78,9 +78,13 @@ impl::NameIndex index_of(const std::vector<PackagePtr>& packages) {
   for (std::size_t p = 0; p < packages.size(); ++p) {
     for (std::size_t i = 0; i < packages[p]->size(); ++i) {
       impl::NameIndex::Entry& entry = index.enter(packages[p]->begin()[i]);
-      const bool is_new = entry.package == impl::NameIndex::vacant;
-      entry.package = is_new ? static_cast<std::uint32_t>(p) : AttributeNamePackageSet::several;
-      entry.position = static_cast<std::uint32_t>(i);
+      if (entry.package == impl::NameIndex::vacant) {
+        entry.package = static_cast<std::uint32_t>(p);
+        entry.position = static_cast<std::uint32_t>(i);
+      } else if ((entry.package & AttributeNamePackageSet::several) == 0) {
+        entry.package |= AttributeNamePackageSet::several;
+        entry.position = several_count++;
+      }
     }
   }
   return index;
@@ -191,8 +195,9 @@ ovserialize::Reader& operator>>(ovserialize::Reader& reader, PackagePtr& package
 }
 
 AttributeNamePackageSet::AttributeNamePackageSet(std::vector<PackagePtr> packages,
-                                                 impl::NameIndex index) noexcept
-    : m_packages(std::move(packages)), m_index(std::move(index)) {}
+                                                 impl::NameIndex index,
+                                                 std::size_t several_count) noexcept
+    : m_packages(std::move(packages)), m_index(std::move(index)), m_several_count(several_count) {}
 
 AttributeNamePackageSet::~AttributeNamePackageSet() = default;
 
@@ -200,8 +205,10 @@ SetPtr AttributeNamePackageSet::create_aux(std::vector<PackagePtr>& packages) {
   std::sort(packages.begin(), packages.end(), AttributeNamePackage::IdLess());
   packages.erase(std::unique(packages.begin(), packages.end(), AttributeNamePackage::IdEquals()),
                  packages.end());
-  impl::NameIndex index = index_of(packages);
-  return Ptr::adopt(new AttributeNamePackageSet(std::move(packages), std::move(index)));
+  std::uint32_t several_count = 0;
+  impl::NameIndex index = index_of(packages, several_count);
+  return Ptr::adopt(
+      new AttributeNamePackageSet(std::move(packages), std::move(index), several_count));
 }
 
 void AttributeNamePackageSet::read_append_aux(std::vector<PackagePtr>& packages,
@@ -254,16 +261,14 @@ const PackagePtr* AttributeNamePackageSet::find(const ovcore::Uuid& id) const no
 
 const PackagePtr* AttributeNamePackageSet::find(const AttributeName& name) const noexcept {
   const impl::NameIndex::Entry* const entry = locate(name);
-  if (entry == nullptr) return end();
-  if (entry->package != several) return begin() + entry->package;
-  return std::find_if(begin(), end(), [&name](const PackagePtr& p) { return p->count(name) > 0; });
+  return entry != nullptr ? begin() + (entry->package & ~several) : end();
 }
 
 bool AttributeNamePackageSet::check_duplicate_names(std::set<AttributeName>* names) const {
   std::set<AttributeName> found;
   for (const PackagePtr& package : m_packages) {
     for (const AttributeName& name : *package) {
-      if (locate(name)->package == several) found.insert(name);
+      if ((locate(name)->package & several) != 0) found.insert(name);
     }
   }
   const bool any = !found.empty();

@@ -111,6 +111,22 @@ const char* digits_of(std::size_t i) {
     text[at] = static_cast<char>('a' + i % 26);
   return text;
 }
+/// As many packages and maps as a tenth of the size. Two packages, the last to become active, have
+/// the name of the maps in common.
+void encode_under_packages(std::string_view bytes) {
+  AttributeNamePackageSet::Composer packages;
+  packages.add(AttributeNamePackage::create({"x", "y"})).add(AttributeNamePackage::create({"x"}));
+  MutableAttributeMap names;
+  for (std::size_t i = 0; i < bytes.size() / 10; ++i) {
+    packages.add(AttributeNamePackage::create({digits_of(i)}));
+    names.add(digits_of(i), true);
+  }
+  std::vector<AttributeMap> maps(bytes.size() / 10, AttributeMap{{"x", true}});
+  maps.front() = AttributeMap(std::move(names));
+  MemoryWriter writer;
+  AttributeNameEncoder encoder(packages.compose());
+  write_attribute_value(writer, encoder, AttributeValue::list_of(maps));
+}
 std::string binary_string(const std::string& text) {
   return static_cast<char>(0x60 + text.size()) + text;
 }
@@ -224,7 +240,8 @@ std::vector<Shape> shapes() {
        [](std::size_t i) { return binary_string(digits_of(i)); }, end + "\xf2", true},
       {"package of one name", read_package, package_head, each(from_hex("6161")), end + "\xf2",
        true},
-      {"set of nothing", read_packages, from_hex("f19f1a7fffffff"), each("\xf1"), "", true}};
+      {"set of nothing", read_packages, from_hex("f19f1a7fffffff"), each("\xf1"), "", true},
+      {"names of several packages", encode_under_packages, "", each("x"), ""}};
   return result;
 }
 
