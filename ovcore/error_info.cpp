@@ -8,15 +8,15 @@
 namespace ovcore {
 namespace {
 
-std::string finished_message(std::string_view text,
-                             const std::vector<ErrorInfo::Parameter>& parameters) {
-  std::string result;
-  result.reserve(text.size() + 32);
+/// Calls `f` with what the finished message consists of, piece by piece.
+template <class F>
+void for_each_piece(std::string_view text, const std::vector<ErrorInfo::Parameter>& parameters,
+                    F&& f) {
   while (!text.empty()) {
     const std::size_t open = text.find("{@");
     const std::size_t close = open == text.npos ? open : text.find('}', open);
     if (close == text.npos) break;
-    result.append(text.substr(0, open));
+    f(text.substr(0, open));
     const std::string_view name = text.substr(open + 2, close - open - 2);
     const ErrorInfo::Parameter* match = nullptr;
     for (const ErrorInfo::Parameter& p : parameters) {
@@ -26,15 +26,26 @@ std::string finished_message(std::string_view text,
       }
     }
     if (match != nullptr) {
-      result.append(match->value);
+      f(std::string_view(match->value));
       text.remove_prefix(close + 1);
     } else {
       // Not a placeholder of ours: keep the mark and go on right behind it.
-      result.append("{@");
+      f(text.substr(open, 2));
       text.remove_prefix(open + 2);
     }
   }
-  return result.append(text);
+  f(text);
+}
+
+/// In memory of its size: a message that was sent may be many times as long as its parameters.
+std::string finished_message(std::string_view text,
+                             const std::vector<ErrorInfo::Parameter>& parameters) {
+  std::size_t size = 0;
+  for_each_piece(text, parameters, [&size](std::string_view piece) { size += piece.size(); });
+  std::string result;
+  result.reserve(size);
+  for_each_piece(text, parameters, [&result](std::string_view piece) { result.append(piece); });
+  return result;
 }
 
 }  // namespace

@@ -28,6 +28,7 @@
 #include "ovjson/error_codes.h"
 #include "ovjson/reader.h"
 #include "ovserialize/error_codes.h"
+#include "ovserialize/error_info_stream.h"
 #include "ovserialize/stream_reader.h"
 #include "ovserialize/text_reader.h"
 #include "ovserialize/text_target.h"
@@ -167,6 +168,15 @@ std::string list(const char* tag) {
   return from_hex(std::string(tag) + "9f1b7fffffffffffffff");
 }
 
+/// An error whose message is 32 times as long as its parameter.
+std::string error_of_marks() {
+  return bytes_of([](ovserialize::Writer& writer) {
+    ovserialize::write_error_info(
+        writer, ovcore::ErrorInfo::create(ovcore::ErrorCode("error.x"), repeated("{@a} ", 32),
+                                          {{"a", std::string(4000, 'v')}}, {}, nullptr));
+  });
+}
+
 std::vector<Shape> shapes() {
   const std::string end = "\xff";
   const std::string map_head = from_hex("ecf09f1b7fffffffffffffff");
@@ -191,6 +201,7 @@ std::vector<Shape> shapes() {
       {"maps of two", read_binary, list("ec"), each(from_hex("9f0060f66161f6ff")), end},
       {"deep maps", read_binary, list("ec"), each(levels + from_hex("9f00ff")), end},
       {"null errors", read_binary, list("ee"), each("\xf6"), end},
+      {"errors of many marks", read_binary, list("ee"), each(error_of_marks()), end},
       {"names in order", read_binary, map_head, ascending, end},
       {"names in reverse", read_binary, map_head, descending, end},
       {"names alike", read_binary, map_head, alike, end},
