@@ -21,7 +21,7 @@ namespace {
 // Announced counts are believed up to here.
 constexpr std::size_t max_reserve = 128;
 
-ovcore::SourceLocation location(const char* function, std::uint32_t line) {
+ovcore::SourceLocation coder_location(const char* function, std::uint32_t line) {
   return {"ovattribute/attribute_name_coder", function, line};
 }
 
@@ -29,7 +29,8 @@ ovcore::SourceLocation location(const char* function, std::uint32_t line) {
                                     const ovcore::Uuid& id, std::uint32_t line) {
   ovcore::ErrorComposer(message)
       .add("packageId", id.as_string())
-      .throw_error(code, location("ovattribute::AttributeNameDecoder::read_package_ref()", line));
+      .throw_error(code,
+                   coder_location("ovattribute::AttributeNameDecoder::read_package_ref()", line));
 }
 
 /// What stands for a name of a package that is not known.
@@ -131,7 +132,7 @@ void AttributeNameDecoder::read_package_ref(ovserialize::Reader& reader,
   } catch (const ovcore::Exception& e) {
     ovcore::throw_with_nested_exception(
         error::ovattribute_name_decoder_packageRef_invalid, "Error reading package reference",
-        location("ovattribute::AttributeNameDecoder::read_package_ref()", 583), e);
+        coder_location("ovattribute::AttributeNameDecoder::read_package_ref()", 583), e);
   }
   const bool overlaps = !refs.empty() && ref.base < refs.back().base + refs.back().count;
   const bool too_long = ref.count > std::numeric_limits<std::uint64_t>::max() - ref.base;
@@ -176,7 +177,7 @@ AttributeName AttributeNameDecoder::name_of(std::uint64_t token) const {
   ovcore::ErrorComposer("No attribute name package reference for attribute name token {@index}")
       .add("index", token)
       .throw_error(error::ovattribute_name_decoder_unknownIndex,
-                   location("ovattribute::AttributeNameDecoder::read_attribute_name()", 557));
+                   coder_location("ovattribute::AttributeNameDecoder::read_attribute_name()", 557));
 }
 
 AttributeName AttributeNameDecoder::read_attribute_name(ovserialize::Reader& reader) {

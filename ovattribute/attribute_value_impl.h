@@ -401,7 +401,7 @@ template <class T>
 union NeverDestroyed {
   constexpr NeverDestroyed() noexcept : value() {}
   explicit constexpr NeverDestroyed(auto argument) noexcept : value(argument) {}
-  ~NeverDestroyed() {}
+  ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default): a default would be deleted
 
   T value;
 };

@@ -17,7 +17,7 @@
 namespace ovattribute::impl {
 namespace {
 
-ovcore::SourceLocation location() {
+ovcore::SourceLocation json_location() {
   return {"ovattribute/json_marshaler", "ovattribute::impl::read_serialized_attribute_value()", 0};
 }
 
@@ -26,7 +26,7 @@ AttributeValue read_text(ovcore::IReadStream& text, std::size_t level) {
   AttributeValue value = read_nested_value(reader, level);
   if (!reader.at_end()) {
     ovcore::throw_error(ovserialize::error::ovserialize_reader_malformed,
-                        "Text is left over behind the value", location());
+                        "Text is left over behind the value", json_location());
   }
   return value;
 }
@@ -74,14 +74,14 @@ AttributeValue read_serialized_attribute_value(ovjson::Reader& reader,
   if (member->kind() != ovjson::Reader::Kind::string) {
     reader.raise_error(ovjson::error::ovjson_reader,
                        "Value of \"ovserialize\" property must be of type 'String'.", {},
-                       location());
+                       json_location());
   }
   try {
     return read_text(*member->as_stream(), level);
   } catch (const ovcore::Exception& e) {
     reader.raise_error(ovjson::error::ovjson_reader,
                        "String value is not a valid ovserialize Text serialized AttributeValue.",
-                       {}, location(), e.info());
+                       {}, json_location(), e.info());
   }
 }
 

@@ -20,7 +20,7 @@ using MemoryListPtr = SecuredValue::MemoryListPtr;
 constexpr std::size_t nonce_size = Eax::nonce_size;
 constexpr std::size_t tag_size = Eax::tag_size;
 
-ovcore::SourceLocation location(const char* function) {
+ovcore::SourceLocation cipher_location(const char* function) {
   return {"ovattribute/secured_value", function, 0};
 }
 
@@ -32,7 +32,7 @@ void check_keysize(const SecuredValue::ICipher& cipher, const Key& key, const ch
       .add("cipherId", cipher.cipher_id())
       .add("expectedKeysize", cipher.key_size())
       .add("keysize", key.size())
-      .throw_error(error::ovattribute_value_secured_keysize, location(function));
+      .throw_error(error::ovattribute_value_secured_keysize, cipher_location(function));
 }
 
 // Hands the bytes of `list` from `offset` to f(bytes, room), in pieces, and appends to `out` what f
@@ -109,7 +109,7 @@ bool SecuredValueCipherEaxAesBase::authenticate_decrypt(const Key& key, const st
   if (!ciphertext || ciphertext->size() < nonce_size + tag_size) {
     ovcore::ErrorComposer("Ciphertext size not valid for cipher.  Cipher={@cipherId}")
         .add("cipherId", m_cipher_id)
-        .throw_error(error::ovattribute_value_secured_ciphertext, location(function));
+        .throw_error(error::ovattribute_value_secured_ciphertext, cipher_location(function));
   }
   const std::size_t size = ciphertext->size() - nonce_size - tag_size;
   unsigned char nonce[nonce_size];
@@ -138,9 +138,9 @@ MemoryListPtr SecuredValueCipherEaxAesBase::decrypt(const Key& key, const std::s
   if (authenticate_decrypt(key, header, ciphertext, &plaintext)) return plaintext;
   ovcore::ErrorComposer("Ciphertext fails authentication with provided key.  Cipher={@cipherId}")
       .add("cipherId", m_cipher_id)
-      .throw_error(
-          error::ovattribute_value_secured_authentication,
-          location("ovattribute::impl::SecuredValueCipherEaxAesBase::authenticate_decrypt()"));
+      .throw_error(error::ovattribute_value_secured_authentication,
+                   cipher_location(
+                       "ovattribute::impl::SecuredValueCipherEaxAesBase::authenticate_decrypt()"));
 }
 
 class SecuredValueCipherEaxAes128 final : public SecuredValueCipherEaxAesBase {

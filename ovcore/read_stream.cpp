@@ -37,8 +37,8 @@ int open_to_read(const std::string& path) noexcept {
   return descriptor;
 }
 
-[[noreturn]] void throw_failed(const char* function, SourceString reason,
-                               RefCountPtr<const ErrorInfo> cause = {}) {
+[[noreturn]] void throw_read_failed(const char* function, SourceString reason,
+                                    RefCountPtr<const ErrorInfo> cause = {}) {
   ErrorComposer("Reading failed: {@reason}")
       .add("reason", reason)
       .cause(std::move(cause))
@@ -48,7 +48,7 @@ int open_to_read(const std::string& path) noexcept {
 /// False at the end. Also a file that could not be opened looks empty, but has failed.
 bool is_readable(const std::istream& in, const char* function) {
   if (in.eof() && !in.bad()) return false;
-  if (in.fail()) throw_failed(function, "the stream has failed before");
+  if (in.fail()) throw_read_failed(function, "the stream has failed before");
   return true;
 }
 
@@ -61,9 +61,9 @@ void run_reading(const std::istream& in, const char* function, F&& f) {
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& e) {
-    if (in.bad() || !in.eof()) throw_failed(function, e.what(), error_info_of(e));
+    if (in.bad() || !in.eof()) throw_read_failed(function, e.what(), error_info_of(e));
   }
-  if (in.bad()) throw_failed(function, "the stream is bad");
+  if (in.bad()) throw_read_failed(function, "the stream is bad");
 }
 
 }  // namespace
@@ -108,7 +108,7 @@ std::size_t FileReadStream::read_some(void* buffer, std::size_t size) {
     const ssize_t got = ::read(m_descriptor, buffer, size);
     if (got >= 0) return static_cast<std::size_t>(got);
     if (impl::may_retry(m_descriptor, POLLIN)) continue;
-    throw_failed("ovcore::FileReadStream::read_some()", impl::system_reason(errno));
+    throw_read_failed("ovcore::FileReadStream::read_some()", impl::system_reason(errno));
   }
 }
 

@@ -95,8 +95,9 @@ SimpleDateTime SimpleDateTime::parse(SourceString text) {
 }
 
 AbsoluteTime SimpleDateTime::to_absolute_time() const noexcept {
-  return AbsoluteTime::from_parts({impl::seconds_since_epoch(Packer::unpack(*this)),
-                                   static_cast<std::uint32_t>(microsecond())});
+  // The years to 9999 all fit.
+  return *AbsoluteTime::try_from_parts({impl::seconds_since_epoch(Packer::unpack(*this)),
+                                        static_cast<std::uint32_t>(microsecond())});
 }
 
 TimeText SimpleDateTime::text() const noexcept {

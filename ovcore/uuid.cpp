@@ -25,12 +25,10 @@ constexpr bool is_hyphen_place(std::size_t position) noexcept {
 constexpr auto digit_values = [] {
   std::array<std::int8_t, 256> values{};
   values.fill(-1);
-  for (int i = 0; i < 10; ++i)
-    values[static_cast<std::size_t>('0' + i)] = static_cast<std::int8_t>(i);
-  for (int i = 0; i < 6; ++i) {
-    values[static_cast<std::size_t>('a' + i)] = static_cast<std::int8_t>(10 + i);
-    values[static_cast<std::size_t>('A' + i)] = static_cast<std::int8_t>(10 + i);
-  }
+  for (unsigned i = 0; i < 10; ++i)
+    values['0' + i] = static_cast<std::int8_t>(i);
+  for (unsigned i = 0; i < 6; ++i)
+    values['a' + i] = values['A' + i] = static_cast<std::int8_t>(10 + i);
   return values;
 }();
 

@@ -46,8 +46,8 @@ ssize_t write_some(int descriptor, mode_t type, const void* data, std::size_t si
   return ::write(descriptor, data, size);
 }
 
-[[noreturn]] void throw_failed(const char* function, SourceString reason,
-                               RefCountPtr<const ErrorInfo> cause = {}) {
+[[noreturn]] void throw_write_failed(const char* function, SourceString reason,
+                                     RefCountPtr<const ErrorInfo> cause = {}) {
   ErrorComposer("Writing failed: {@reason}")
       .add("reason", reason)
       .cause(std::move(cause))
@@ -69,8 +69,8 @@ void FileWriteStream::write(const void* data, std::size_t size) {
     const ssize_t written = write_some(m_descriptor, type, next, size);
     if (written < 0 && impl::may_retry(m_descriptor, POLLOUT)) continue;
     if (written <= 0) {
-      throw_failed("ovcore::FileWriteStream::write()",
-                   impl::system_reason(written < 0 ? errno : EIO));
+      throw_write_failed("ovcore::FileWriteStream::write()",
+                         impl::system_reason(written < 0 ? errno : EIO));
     }
     next += written;
     size -= static_cast<std::size_t>(written);
@@ -80,15 +80,15 @@ void FileWriteStream::write(const void* data, std::size_t size) {
 void StdWriteStream::write(const void* data, std::size_t size) {
   const char* function = "ovcore::StdWriteStream::write()";
   if (size == 0) return;
-  if (!*m_out) throw_failed(function, "the stream has failed before");
+  if (!*m_out) throw_write_failed(function, "the stream has failed before");
   try {
     m_out->write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& e) {
-    throw_failed(function, e.what(), error_info_of(e));
+    throw_write_failed(function, e.what(), error_info_of(e));
   }
-  if (!*m_out) throw_failed(function, "the stream is bad");
+  if (!*m_out) throw_write_failed(function, "the stream is bad");
 }
 
 }  // namespace ovcore

@@ -305,7 +305,7 @@ void TextWriter::end_container(char bracket, const Site& site) {
   }
   if (m_after_name) site.raise("A member name needs its value");
   m_open.pop_back();
-  m_inside = m_open.empty() ? 0 : m_open.back();
+  m_inside = m_open.empty() ? '\0' : m_open.back();
   if (!m_empty) put_line_start();
   put(bracket == '{' ? '}' : ']');
   end_value();

@@ -16,7 +16,7 @@
 namespace ovserialize {
 namespace {
 
-constexpr impl::RaiseSite site(const char* function) {
+constexpr impl::RaiseSite binary_reader_site(const char* function) {
   return {"ovserialize/binary_reader", function};
 }
 
@@ -197,7 +197,7 @@ BinaryReader::StringHead BinaryReader::string_head() {
   }
   if (size > limits().max_string) {
     impl::throw_reader_size({.offset = at}, item_string, size, limits().max_string,
-                            site("ovserialize::Reader::operator>>()"));
+                            binary_reader_site("ovserialize::Reader::operator>>()"));
   }
   return {at, static_cast<std::size_t>(size), utf8};
 }
@@ -328,8 +328,8 @@ void BinaryReader::open(Frame frame) {
   if (m_frames.depth() >= limits().max_depth) {
     impl::throw_reader_depth(
         {.offset = position()}, limits().max_depth,
-        site(frame == Frame::structure ? "ovserialize::Reader::begin_structure()"
-                                       : "ovserialize::Reader::begin_sequence()"));
+        binary_reader_site(frame == Frame::structure ? "ovserialize::Reader::begin_structure()"
+                                                     : "ovserialize::Reader::begin_sequence()"));
   }
   m_frames.reserve();
   ++m_cursor;
@@ -365,7 +365,7 @@ bool BinaryReader::has_next_element() {
       break;
     default:
       impl::throw_no_sequence({.offset = offset()},
-                              site("ovserialize::Reader::has_next_element()"));
+                              binary_reader_site("ovserialize::Reader::has_next_element()"));
   }
   if (!has(1)) throw_truncated();
   if (*m_cursor == impl::byte_structure_end) {
@@ -384,7 +384,8 @@ void BinaryReader::begin_structure() {
 
 void BinaryReader::end_structure() {
   if (m_frames.top() != Frame::structure) {
-    impl::throw_no_structure({.offset = offset()}, site("ovserialize::Reader::end_structure()"));
+    impl::throw_no_structure({.offset = offset()},
+                             binary_reader_site("ovserialize::Reader::end_structure()"));
   }
   if (!has(1) || *m_cursor != impl::byte_structure_end) {
     if (in_window() > 0 && *m_cursor == impl::byte_sequence_end) {
@@ -399,22 +400,23 @@ void BinaryReader::end_structure() {
 // All that is left stands in the window, as `fill` has answered.
 void BinaryReader::throw_truncated() const {
   impl::throw_truncated({.offset = position() + in_window()},
-                        site("ovserialize::BinaryReader::throw_truncated()"));
+                        binary_reader_site("ovserialize::BinaryReader::throw_truncated()"));
 }
 
 void BinaryReader::throw_malformed(const char* reason, std::uint64_t at) const {
   impl::throw_malformed({.offset = at}, reason,
-                        site("ovserialize::BinaryReader::throw_malformed()"));
+                        binary_reader_site("ovserialize::BinaryReader::throw_malformed()"));
 }
 
 void BinaryReader::throw_range(int kind, std::uint64_t at) const {
-  impl::throw_range({.offset = at}, kind, site("ovserialize::BinaryReader::throw_range()"));
+  impl::throw_range({.offset = at}, kind,
+                    binary_reader_site("ovserialize::BinaryReader::throw_range()"));
 }
 
 // Something else than what was asked for: another item, no item, or nothing at all.
 void BinaryReader::throw_other(const char* expected) {
   if (!has(1)) throw_truncated();
-  constexpr impl::RaiseSite here = site("ovserialize::BinaryReader::throw_other()");
+  constexpr impl::RaiseSite here = binary_reader_site("ovserialize::BinaryReader::throw_other()");
   const unsigned char initial = *m_cursor;
   if (const int kind = item_kind(); kind != item_none) {
     impl::throw_kind({.offset = position()}, expected, impl::kind_name(kind), here);

@@ -12,7 +12,7 @@
 namespace ovserialize {
 namespace {
 
-constexpr impl::RaiseSite site(const char* function) {
+constexpr impl::RaiseSite binary_writer_site(const char* function) {
   return {"ovserialize/binary_writer", function};
 }
 
@@ -95,7 +95,7 @@ void BinaryWriter::put_string(std::string_view text) {
   }
   if (text.size() > limits().max_string) {
     impl::throw_writer_size(item_string, text.size(), limits().max_string,
-                            site("ovserialize::Writer::operator<<()"));
+                            binary_writer_site("ovserialize::Writer::operator<<()"));
   }
   unsigned char head[2 * impl::max_head];
   unsigned char* end = head;
@@ -144,7 +144,7 @@ void BinaryWriter::put_uuid(const ovcore::Uuid& uuid) {
 void BinaryWriter::put_binary(const void* data, std::size_t size) {
   if (size > limits().max_binary) {
     impl::throw_writer_size(item_binary, size, limits().max_binary,
-                            site("ovserialize::Writer::write_binary()"));
+                            binary_writer_site("ovserialize::Writer::write_binary()"));
   }
   unsigned char head[impl::max_head];
   const unsigned char* const end = impl::store_head(head, impl::major_bytes, size);
@@ -159,8 +159,9 @@ void BinaryWriter::put_memory_list(const MemoryList* list) {
     return put_binary(first.data(), size);
   }
   if (size > limits().max_binary) {
-    impl::throw_writer_size(item_binary, size, limits().max_binary,
-                            site("ovserialize::Writer::write_memory_list_as_binary()"));
+    impl::throw_writer_size(
+        item_binary, size, limits().max_binary,
+        binary_writer_site("ovserialize::Writer::write_memory_list_as_binary()"));
   }
   unsigned char head[impl::max_head];
   const unsigned char* const end = impl::store_head(head, impl::major_bytes, size);
@@ -172,8 +173,8 @@ void BinaryWriter::open(Frame frame) {
   if (m_frames.depth() >= limits().max_depth) {
     impl::throw_writer_depth(
         limits().max_depth,
-        site(frame == Frame::structure ? "ovserialize::Writer::begin_structure()"
-                                       : "ovserialize::Writer::begin_sequence()"));
+        binary_writer_site(frame == Frame::structure ? "ovserialize::Writer::begin_structure()"
+                                                     : "ovserialize::Writer::begin_sequence()"));
   }
   m_frames.reserve();
 }
@@ -197,7 +198,7 @@ void BinaryWriter::begin_sequence(std::uint64_t count) {
 void BinaryWriter::next_element() {
   if (m_frames.top() == Frame::counted) return;
   impl::throw_next_element(m_frames.top() == Frame::single,
-                           site("ovserialize::Writer::next_element()"));
+                           binary_writer_site("ovserialize::Writer::next_element()"));
 }
 
 void BinaryWriter::end_sequence() {
@@ -205,7 +206,8 @@ void BinaryWriter::end_sequence() {
   if (frame == Frame::counted) {
     emit_byte(impl::byte_sequence_end);
   } else if (frame != Frame::single || m_single_start == size()) {
-    impl::throw_end_sequence(frame == Frame::single, site("ovserialize::Writer::end_sequence()"));
+    impl::throw_end_sequence(frame == Frame::single,
+                             binary_writer_site("ovserialize::Writer::end_sequence()"));
   }
   m_frames.pop();
 }
@@ -218,7 +220,7 @@ void BinaryWriter::begin_structure() {
 
 void BinaryWriter::end_structure() {
   if (m_frames.top() != Frame::structure) {
-    impl::throw_end_structure(site("ovserialize::Writer::end_structure()"));
+    impl::throw_end_structure(binary_writer_site("ovserialize::Writer::end_structure()"));
   }
   emit_byte(impl::byte_structure_end);
   m_frames.pop();
@@ -227,7 +229,7 @@ void BinaryWriter::end_structure() {
 void BinaryWriter::check_complete() const {
   if (m_frames.depth() == 0) return;
   impl::throw_still_open(m_frames.top() == Frame::structure,
-                         site("ovserialize::BinaryWriter::check_complete()"));
+                         binary_writer_site("ovserialize::BinaryWriter::check_complete()"));
 }
 
 }  // namespace ovserialize

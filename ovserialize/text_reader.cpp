@@ -17,12 +17,12 @@ namespace {
 using impl::TextToken;
 using Mark = TextToken::Mark;
 
-constexpr impl::RaiseSite site(const char* function) {
+constexpr impl::RaiseSite text_reader_site(const char* function) {
   return {"ovserialize/text_reader", function};
 }
 
 [[noreturn]] void throw_range(const TextToken& token, int kind) {
-  impl::throw_range(token.at, kind, site("ovserialize::TextReader::throw_range()"));
+  impl::throw_range(token.at, kind, text_reader_site("ovserialize::TextReader::throw_range()"));
 }
 
 /// The value of an integer, which must be within these limits.
@@ -228,8 +228,8 @@ void TextReader::open(const TextToken& token, Frame frame) {
   if (m_frames.depth() >= limits().max_depth) {
     impl::throw_reader_depth(
         token.at, limits().max_depth,
-        site(frame == Frame::structure ? "ovserialize::Reader::begin_structure()"
-                                       : "ovserialize::Reader::begin_sequence()"));
+        text_reader_site(frame == Frame::structure ? "ovserialize::Reader::begin_structure()"
+                                                   : "ovserialize::Reader::begin_sequence()"));
   }
   m_frames.reserve();
   m_frames.push(frame);
@@ -257,7 +257,7 @@ bool TextReader::has_next_element() {
       break;
     default:
       impl::throw_no_sequence(m_tokens->position(),
-                              site("ovserialize::Reader::has_next_element()"));
+                              text_reader_site("ovserialize::Reader::has_next_element()"));
   }
   const TextToken& token = m_tokens->next();
   if (token.mark == Mark::structure_end) {
@@ -279,7 +279,8 @@ void TextReader::begin_structure() {
 
 void TextReader::end_structure() {
   if (m_frames.top() != Frame::structure) {
-    impl::throw_no_structure(m_tokens->position(), site("ovserialize::Reader::end_structure()"));
+    impl::throw_no_structure(m_tokens->position(),
+                             text_reader_site("ovserialize::Reader::end_structure()"));
   }
   const TextToken& token = m_tokens->next();
   if (token.mark == Mark::sequence_end) {
@@ -294,7 +295,7 @@ void TextReader::end_structure() {
 // Something else than what was asked for: another item, no item, or nothing at all.
 void TextReader::throw_other(const char* expected) {
   const TextToken& token = m_tokens->next();
-  constexpr impl::RaiseSite here = site("ovserialize::TextReader::throw_other()");
+  constexpr impl::RaiseSite here = text_reader_site("ovserialize::TextReader::throw_other()");
   switch (token.mark) {
     case Mark::item:
       impl::throw_kind(token.at, expected, impl::kind_name(token.kind), here);

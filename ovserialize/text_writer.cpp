@@ -27,7 +27,7 @@ class Text {
   char m_text[96];
 };
 
-constexpr impl::RaiseSite site(const char* function) {
+constexpr impl::RaiseSite text_writer_site(const char* function) {
   return {"ovserialize/text_writer", function};
 }
 
@@ -82,7 +82,7 @@ void TextWriter::close() {
   check_usable();
   if (m_frames.depth() > 0) {
     impl::throw_still_open(m_frames.top() == Frame::structure,
-                           site("ovserialize::TextWriter::close()"));
+                           text_writer_site("ovserialize::TextWriter::close()"));
   }
   if (!m_options.one_line && m_items > 0) out("\n");
   m_closed = true;
@@ -90,7 +90,7 @@ void TextWriter::close() {
 
 void TextWriter::check_usable() const {
   if (!m_closed && !m_failed) return;
-  impl::throw_closed(m_failed, site("ovserialize::TextWriter::check_usable()"));
+  impl::throw_closed(m_failed, text_writer_site("ovserialize::TextWriter::check_usable()"));
 }
 
 void TextWriter::out(std::string_view text) {
@@ -161,7 +161,7 @@ void TextWriter::put_double(double value) {
 void TextWriter::put_string(std::string_view text) {
   if (text.size() > limits().max_string) {
     impl::throw_writer_size(item_string, text.size(), limits().max_string,
-                            site("ovserialize::Writer::operator<<()"));
+                            text_writer_site("ovserialize::Writer::operator<<()"));
   }
   separate();
   if (ovcore::is_utf8(text)) return quoted(text);
@@ -220,7 +220,7 @@ void TextWriter::put_uuid(const ovcore::Uuid& uuid) {
 void TextWriter::put_binary(const void* data, std::size_t size) {
   if (size > limits().max_binary) {
     impl::throw_writer_size(item_binary, size, limits().max_binary,
-                            site("ovserialize::Writer::write_binary()"));
+                            text_writer_site("ovserialize::Writer::write_binary()"));
   }
   item("h'");
   hex_digits(static_cast<const unsigned char*>(data), size);
@@ -231,7 +231,7 @@ void TextWriter::put_memory_list(const MemoryList* list) {
   const std::size_t size = list != nullptr ? list->size() : 0;
   if (size > limits().max_binary) {
     impl::throw_writer_size(item_binary, size, limits().max_binary,
-                            site("ovserialize::Writer::write_memory_list_as_binary()"));
+                            text_writer_site("ovserialize::Writer::write_memory_list_as_binary()"));
   }
   item("h'");
   if (list != nullptr) {
@@ -259,8 +259,8 @@ void TextWriter::check_depth(bool structure) {
   check_usable();
   if (m_frames.depth() >= limits().max_depth) {
     impl::throw_writer_depth(limits().max_depth,
-                             site(structure ? "ovserialize::Writer::begin_structure()"
-                                            : "ovserialize::Writer::begin_sequence()"));
+                             text_writer_site(structure ? "ovserialize::Writer::begin_structure()"
+                                                        : "ovserialize::Writer::begin_sequence()"));
   }
   m_frames.reserve();
 }
@@ -286,7 +286,7 @@ void TextWriter::next_element() {
   check_usable();
   if (m_frames.top() == Frame::counted) return;
   impl::throw_next_element(m_frames.top() == Frame::single,
-                           site("ovserialize::Writer::next_element()"));
+                           text_writer_site("ovserialize::Writer::next_element()"));
 }
 
 void TextWriter::end_sequence() {
@@ -297,7 +297,8 @@ void TextWriter::end_sequence() {
     if (!m_options.one_line && std::exchange(m_counted_start, 0) != m_items) new_line();
     out("]");
   } else if (frame != Frame::single || m_single_start == m_items) {
-    impl::throw_end_sequence(frame == Frame::single, site("ovserialize::Writer::end_sequence()"));
+    impl::throw_end_sequence(frame == Frame::single,
+                             text_writer_site("ovserialize::Writer::end_sequence()"));
   }
   m_frames.pop();
 }
@@ -312,7 +313,7 @@ void TextWriter::begin_structure() {
 void TextWriter::end_structure() {
   check_usable();
   if (m_frames.top() != Frame::structure) {
-    impl::throw_end_structure(site("ovserialize::Writer::end_structure()"));
+    impl::throw_end_structure(text_writer_site("ovserialize::Writer::end_structure()"));
   }
   --m_indentation;
   item(simple(impl::simple_of(impl::byte_structure_end)).view());

@@ -42,11 +42,12 @@ inline constexpr std::int64_t days_per_400_years = 146'097;
 /// Seconds since 1970-01-01T00:00:00 of an existing time, years up to seven digits.
 [[nodiscard]] constexpr std::int64_t seconds_since_epoch(const CalendarTime& t) noexcept {
   const std::int64_t year = t.month >= 3 ? t.year : t.year - 1;
-  const unsigned month = t.month >= 3 ? t.month - 3 : t.month + 9;
+  const std::int64_t month = t.month >= 3 ? t.month - 3 : t.month + 9;
   const std::int64_t leap_days = floor_div(year, 4) - floor_div(year, 100) + floor_div(year, 400);
   const std::int64_t days =
       march_epoch + year * 365 + leap_days + (153 * month + 2) / 5 + (t.day - 1);
-  return days * seconds_per_day + t.hour * 3600 + t.minute * 60 + t.second;
+  return days * seconds_per_day + std::int64_t{t.hour} * 3600 + std::int64_t{t.minute} * 60 +
+         t.second;
 }
 
 /// The inverse for any number of seconds; microseconds stay 0.

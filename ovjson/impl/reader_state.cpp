@@ -11,7 +11,7 @@
 namespace ovjson {
 namespace {
 
-constexpr const char* source_file = "ovjson/impl/reader_state";
+constexpr const char* state_file = "ovjson/impl/reader_state";
 
 constexpr std::string_view reserved_words[] = {
     "break",   "do",     "instanceof", "typeof",    "case",    "else",       "new",
@@ -208,7 +208,7 @@ void Reader::State::begin_container(Item& item) {
     raise(m_tokenizer.position(), error::ovjson_reader,
           "Objects and arrays nest deeper than {@maxDepth}",
           {{"maxDepth", ovcore::to_string(m_max_depth)}},
-          {source_file, "ovjson::Reader::State::begin_container()", 0});
+          {state_file, "ovjson::Reader::State::begin_container()", 0});
   }
   item.kind = is_array ? Kind::array : Kind::object;
   item.id = ++m_last_id;
@@ -227,7 +227,7 @@ void Reader::State::read_name(Token token, Item& item) {
     m_name += run;
   if (m_name.empty() || (!quoted && is_reserved(m_name))) {
     raise(item.name_position, error::ovjson_reader, "Invalid member name", {},
-          {source_file, "ovjson::Reader::State::read_name()", 0});
+          {state_file, "ovjson::Reader::State::read_name()", 0});
   }
   if (m_tokenizer.take_punctuator(':')) return;
   token = next_token();
@@ -302,7 +302,7 @@ Position Reader::State::position() const noexcept {
 
 void Reader::State::raise_fault() {
   const Tokenizer::Fault& fault = m_tokenizer.fault();
-  const ovcore::SourceLocation location{source_file, "ovjson::Reader::State::next_token()", 0};
+  const ovcore::SourceLocation location{state_file, "ovjson::Reader::State::next_token()", 0};
   const Position position = m_tokenizer.position();
   switch (fault.kind) {
     case Tokenizer::Fault::Kind::stream:
@@ -325,7 +325,7 @@ void Reader::State::raise_unexpected(Token token) {
     raise(m_tokenizer.position(), error::ovjson_reader,
           m_open.back().is_array ? "End of document reached without all arrays properly closed"
                                  : "End of document reached without all objects properly closed",
-          {}, {source_file, "ovjson::Reader::State::raise_unexpected()", 0});
+          {}, {state_file, "ovjson::Reader::State::raise_unexpected()", 0});
   }
   raise_token(token);
 }
@@ -333,7 +333,7 @@ void Reader::State::raise_unexpected(Token token) {
 void Reader::State::raise_token(Token token) {
   raise(m_tokenizer.position(), error::ovjson_reader_unexpected_token,
         "Unexpected tokenizer token: {@token}", {{"token", token_name(token)}},
-        {source_file, "ovjson::Reader::State::raise_token()", 0});
+        {state_file, "ovjson::Reader::State::raise_token()", 0});
 }
 
 void Reader::State::raise(const Position& position, const ovcore::ErrorCode& code,

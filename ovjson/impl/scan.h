@@ -29,11 +29,10 @@ inline constexpr auto class_of = [] {
     table[static_cast<unsigned char>(c)] = class_punctuator;
   table['"'] = class_quote;
   table['-'] = class_number;
-  for (int c = '0'; c <= '9'; ++c)
-    table[static_cast<std::size_t>(c)] = class_number;
-  for (int c = 'a'; c <= 'z'; ++c)
-    table[static_cast<std::size_t>(c)] = table[static_cast<std::size_t>(c - 'a' + 'A')] =
-        class_word;
+  for (unsigned c = '0'; c <= '9'; ++c)
+    table[c] = class_number;
+  for (unsigned c = 'a'; c <= 'z'; ++c)
+    table[c] = table[c - 'a' + 'A'] = class_word;
   table['_'] = table['$'] = class_word;
   return table;
 }();

@@ -7,7 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include "ovcore/read_stream.h"
 #include "ovcore/write_stream.h"
@@ -56,7 +56,7 @@ class NewFile {
 
  private:
   [[noreturn]] void fail_creating() const {
-    fail(m_file, std::string("Creating the key file failed: ") + std::strerror(errno));
+    fail(m_file, "Creating the key file failed: " + std::generic_category().message(errno));
   }
 
   const SignalsHeld m_held;

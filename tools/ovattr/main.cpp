@@ -115,7 +115,12 @@ void fail(const std::string& file, ovcore::SourceString message) {
 int main(int argc, char** argv) {
   ovattr::occupy_closed_streams();
   std::signal(SIGXFSZ, SIG_IGN);  // then writing too much is an error, which leaves nothing behind
-  const int code = ovattr::run(argc, argv);
+  int code = ovattr::bad_data;
+  try {
+    code = ovattr::run(argc, argv);
+  } catch (const std::exception& e) {  // no memory for options or for a message
+    std::fprintf(stderr, "ovattr: %s\n", e.what());
+  }
   ovattr::Progress::of_process().stop();
   return code;
 }

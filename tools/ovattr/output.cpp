@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include "ovcore/error_codes.h"
@@ -24,7 +25,7 @@ namespace {
 
 [[noreturn]] void fail_writing(int error) {
   ovcore::ErrorComposer("Writing failed: {@reason}")
-      .add("reason", std::strerror(error))
+      .add("reason", std::generic_category().message(error))
       .throw_error(ovcore::error::ovcore_stream_write,
                    {"tools/ovattr/output", "ovattr::Output()", 0});
 }
@@ -124,11 +125,11 @@ SignalsHeld::SignalsHeld() noexcept {
   ::sigemptyset(&held);
   for (const int number : ending_signals)
     ::sigaddset(&held, number);
-  ::sigprocmask(SIG_BLOCK, &held, &m_former);
+  ::pthread_sigmask(SIG_BLOCK, &held, &m_former);
 }
 
 SignalsHeld::~SignalsHeld() {
-  ::sigprocmask(SIG_SETMASK, &m_former, nullptr);
+  ::pthread_sigmask(SIG_SETMASK, &m_former, nullptr);
 }
 
 Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {

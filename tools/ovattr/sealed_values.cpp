@@ -119,11 +119,11 @@ AttributeValue visit_sealed(const AttributeValue& whole, const Visit& visit) {
 }
 
 bool is_refusal(const ovcore::ErrorInfo& error) {
-  using namespace ovattribute::error;
-  return error.code() == ovattribute_value_secured_keysize ||
-         error.code() == ovattribute_value_secured_ciphertext ||
-         error.code() == ovattribute_value_secured_authentication ||
-         error.code() == ovattribute_value_secured_cipher_unknown;
+  namespace codes = ovattribute::error;
+  return error.code() == codes::ovattribute_value_secured_keysize ||
+         error.code() == codes::ovattribute_value_secured_ciphertext ||
+         error.code() == codes::ovattribute_value_secured_authentication ||
+         error.code() == codes::ovattribute_value_secured_cipher_unknown;
 }
 
 void KeyFindings::add_authentic(const SecuredValue& sealed) {
