@@ -58,6 +58,10 @@ shared=${BUILD_SHARED_LIBS} sanitize=${OVATTRIBUTE_SANITIZE} coverage=${OVATTRIB
     DEPENDS ${script} ${template} "${folder}/module_sources.txt" ${sources}
     COMMENT "Writing ${library}/module_info.inc"
     VERBATIM)
+  # A target of its own: writing the file needs no library built before.
+  add_custom_target(${library}_module_info
+    DEPENDS "${folder}/module_info.inc" "${folder}/build_id.options")
+  add_dependencies(${library} ${library}_module_info)
   target_sources(${library} PRIVATE "${folder}/module_info.inc")
   set_source_files_properties(module.cpp PROPERTIES INCLUDE_DIRECTORIES "${PROJECT_BINARY_DIR}")
 endfunction()
