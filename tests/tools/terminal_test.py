@@ -57,6 +57,23 @@ class Progress(InFolder):
         self.assertEqual(self.read("errors"), b"")
 
 
+class Text(InFolder):
+    def test_steers_no_terminal(self):
+        document = b'"\\u001b[2J\\u007f\\u009b\\t\\u00e4\\u00a0"'
+        for slave_is_output in (True, False):
+            master, slave = pty.openpty()
+            with start("show", "-", stdin=subprocess.PIPE,
+                       stdout=slave if slave_is_output else subprocess.PIPE) as process:
+                process.stdin.write(document)
+                process.stdin.close()
+                out = b"" if slave_is_output else process.stdout.read()
+            os.close(slave)
+            out += read_all(master)
+            os.close(master)
+            shown = b"?[2J?\xc2?" if slave_is_output else b"\x1b[2J\x7f\xc2\x9b"
+            self.assertIn(b'"' + shown + b'\t\xc3\xa4\xc2\xa0"', out)
+
+
 class Binary(InFolder):
     def test_is_not_written_to_a_terminal(self):
         for arguments in [("convert", "-", "--to", "binary"), ("package", "create", "a")]:

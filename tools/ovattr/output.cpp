@@ -93,8 +93,13 @@ class Target final : public ovcore::IWriteStream {
 
   using IWriteStream::write;
   void write(const void* data, std::size_t size) override {
-    if (m_terminal) Progress::of_process().stop();
-    about_file(m_name, [&] { put(data, size); });
+    if (m_terminal) {
+      Progress::of_process().stop();
+      const std::string text = harmless(std::string(static_cast<const char*>(data), size));
+      about_file(m_name, [&] { put(text.data(), size); });
+    } else {
+      about_file(m_name, [&] { put(data, size); });
+    }
     Progress::of_process().add_written(size);
   }
 
@@ -107,6 +112,16 @@ class Target final : public ovcore::IWriteStream {
       throw;
     }
   }
+  /// A terminal is not to be steered by control characters, the ones of two bytes included.
+  std::string harmless(std::string text) {
+    for (char& c : text) {
+      const auto byte = static_cast<unsigned char>(c);
+      const bool second = m_last == 0xc2 && byte >= 0x80 && byte < 0xa0;
+      m_last = byte;
+      if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7f || second) c = '?';
+    }
+    return text;
+  }
   [[nodiscard]] bool nobody_reads() const noexcept {
     pollfd state = {m_descriptor, POLLOUT, 0};
     return ::poll(&state, 1, 0) == 1 && (state.revents & POLLERR) != 0;
@@ -116,6 +131,7 @@ class Target final : public ovcore::IWriteStream {
   const int m_descriptor;
   const bool m_terminal;
   const ovcore::RefCountPtr<ovcore::FileWriteStream> m_stream;
+  unsigned char m_last = 0;
 };
 
 }  // namespace
