@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Two processes on a socket that share a package of names: the names they agreed on travel as
-// numbers. Each request is answered before the next one is sent.
+// Two processes on a socket that share a package of names, which travel as numbers. Each request is
+// answered before the next one is sent.
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,56 +14,33 @@
 #include "ovattribute/typed_attribute.h"
 #include "ovcore/error_codes.h"
 #include "ovcore/exception.h"
+#include "ovcore/write_stream.h"
 #include "ovserialize/stream_reader.h"
 #include "ovserialize/stream_writer.h"
 
 using namespace ovattribute;
 
 // [streams]
-// The library has such streams (FileReadStream, FileWriteStream); these show how to make your own.
+// The library has such a stream (FileReadStream); this shows how to make your own.
 class SocketReadStream final : public ovcore::IReadStream {
  public:
   explicit SocketReadStream(int socket) : m_socket(socket) {}
   std::size_t read(void* buffer, std::size_t size) override {
     std::size_t done = 0;
-    while (done < size) {
-      const std::size_t piece = read_some(static_cast<char*>(buffer) + done, size - done);
-      if (piece == 0) break;  // the end
-      done += piece;
-    }
+    for (std::size_t piece = 1; piece != 0 && done < size; done += piece)  // 0 at the end
+      piece = read_some(static_cast<char*>(buffer) + done, size - done);
     return done;
   }
   std::size_t read_some(void* buffer, std::size_t size) override {
-    for (;;) {
-      const ssize_t got = recv(m_socket, buffer, size, 0);
-      if (got >= 0) return static_cast<std::size_t>(got);
-      if (errno != EINTR) {
+    ssize_t got;
+    while ((got = recv(m_socket, buffer, size, 0)) < 0) {
+      if (errno != EINTR)
         ovcore::throw_error(ovcore::error::ovcore_stream_read, "The socket failed",
                             {"example", "SocketReadStream::read_some()", 0});
-      }
     }
+    return static_cast<std::size_t>(got);
   }
   std::uint64_t remaining() const override { return unknown; }
-
- private:
-  const int m_socket;
-};
-
-class SocketWriteStream final : public ovcore::IWriteStream {
- public:
-  explicit SocketWriteStream(int socket) : m_socket(socket) {}
-  void write(const void* data, std::size_t size) override {
-    for (std::size_t done = 0; done < size;) {
-      const ssize_t sent =
-          send(m_socket, static_cast<const char*>(data) + done, size - done, MSG_NOSIGNAL);
-      if (sent >= 0) {
-        done += static_cast<std::size_t>(sent);
-      } else if (errno != EINTR) {
-        ovcore::throw_error(ovcore::error::ovcore_stream_write, "The socket failed",
-                            {"example", "SocketWriteStream::write()", 0});
-      }
-    }
-  }
 
  private:
   const int m_socket;
@@ -98,7 +75,7 @@ class Peer {
 
  private:
   SocketReadStream m_source;
-  SocketWriteStream m_target;
+  ovcore::FileWriteStream m_target;
   ovserialize::StreamReader m_reader{m_source};
   ovserialize::StreamWriter m_writer{m_target};
   AttributeNameEncoder m_encoder{shared_names()};
@@ -106,7 +83,7 @@ class Peer {
 };
 // [peer]
 
-int answer_requests(int socket) {
+void answer_requests(int socket) {
   // [consumer]
   Peer peer(socket);
   while (!peer.at_end()) {
@@ -114,7 +91,6 @@ int answer_requests(int socket) {
     peer.send(AttributeMap{{in_stock.name(), 10 - count.get(request)}});
   }
   // [consumer]
-  return 0;
 }
 
 int main() {
@@ -123,7 +99,8 @@ int main() {
   const pid_t consumer = fork();
   if (consumer == 0) {
     close(sockets[0]);
-    _exit(answer_requests(sockets[1]));
+    answer_requests(sockets[1]);
+    _exit(0);
   }
   close(sockets[1]);
 
@@ -139,7 +116,5 @@ int main() {
   // [producer]
 
   shutdown(sockets[0], SHUT_WR);  // the end, for the consumer
-  int status = 1;
-  waitpid(consumer, &status, 0);
-  return status;
+  return waitpid(consumer, nullptr, 0) == consumer ? 0 : 1;
 }
