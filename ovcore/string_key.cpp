@@ -7,23 +7,34 @@
 namespace ovcore {
 namespace {
 
+// Null until the first use.
+constinit std::atomic<impl::KeyTable*> g_table = nullptr;
+
 impl::KeyTable& process_table() {
   static StaticInstance<impl::KeyTable> table;
+  g_table.store(&*table, std::memory_order_release);
   return *table;
+}
+
+[[gnu::noinline]] impl::KeyToken* intern_in_new_table(SourceString text) {
+  return process_table().intern(text);
 }
 
 }  // namespace
 
-void impl::release_last(KeyToken* token) noexcept {
-  process_table().release_last(token);
+impl::KeyToken* impl::intern(SourceString text) {
+  if (text.empty()) return nullptr;
+  KeyTable* table = g_table.load(std::memory_order_acquire);
+  return table != nullptr ? table->intern(text) : intern_in_new_table(text);
+}
+
+void impl::reclaim(KeyToken* token) noexcept {
+  process_table().reclaim(token);
 }
 
 void ObjectKeyBase::write_trace(std::ostream& out) const {
   if (m_token != nullptr) out << SourceString(m_token->text);
 }
-
-StringKey::StringKey(SourceString text)
-    : ObjectKeyBase(text.empty() ? nullptr : process_table().intern(text)) {}
 
 std::size_t StringKey::interned_count() noexcept {
   return process_table().size();

@@ -19,34 +19,29 @@ namespace ovcore {
 
 namespace impl {
 
-/// One interned text; one cache line. `refs` falls to zero only under the table's lock, so a token
-/// that the table still lists is alive.
+/// One interned text, or the place for one; one cache line. Tokens are neither made nor destroyed:
+/// they are pages of zeros. Who holds no reference may read all but the union, at any time.
 struct alignas(64) KeyToken {
-  KeyToken(std::string_view t, std::size_t h) : hash(h), text(t) {}
-
-  std::atomic<std::size_t> refs{1};
-  const std::size_t hash;
-  KeyToken* next = nullptr;  // in its bucket
-  const std::string text;
+  std::atomic<std::size_t> refs;  // there is a text while it is not zero
+  std::atomic<std::size_t> hash;
+  union {
+    std::string text;
+    KeyToken* next_free;
+  };
 };
 
-/// Drops what may be the last reference.
-OV_EXPORT void release_last(KeyToken* token) noexcept;
+/// The token of a text, with a reference for the caller; null for the empty text.
+[[nodiscard]] OV_EXPORT KeyToken* intern(SourceString text);
+
+/// Gives back a token whose last reference is gone.
+OV_EXPORT void reclaim(KeyToken* token) noexcept;
 
 inline void add_ref(KeyToken* token) noexcept {
   if (token != nullptr) token->refs.fetch_add(1, std::memory_order_relaxed);
 }
 
 inline void release(KeyToken* token) noexcept {
-  if (token == nullptr) return;
-  std::size_t refs = token->refs.load(std::memory_order_relaxed);
-  while (refs > 1) {
-    if (token->refs.compare_exchange_weak(refs, refs - 1, std::memory_order_release,
-                                          std::memory_order_relaxed)) {
-      return;
-    }
-  }
-  release_last(token);
+  if (token != nullptr && token->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) reclaim(token);
 }
 
 }  // namespace impl
@@ -89,8 +84,8 @@ class OV_EXPORT ObjectKeyBase {
 /// any bytes. Handles are copied without a lock; one handle is used by one thread at a time.
 ///
 /// Tokens are counted: the last handle of a text gives its memory back. Works during static
-/// initialisation and at exit. Interning is safe from any thread, takes no global lock when the
-/// text is known, and mixes a secret of the process into its hash, so that texts from outside
+/// initialisation and at exit. Interning is safe from any thread, takes no lock when the text is
+/// known, and mixes a secret of the process into its hash, so that texts from outside
 /// cannot be chosen to collide. Allocation failures leave the table as it was.
 class OV_EXPORT StringKey : public ObjectKeyBase {
  public:
@@ -98,14 +93,16 @@ class OV_EXPORT StringKey : public ObjectKeyBase {
   StringKey(const char* text) : StringKey(SourceString(text)) {}
   StringKey(const char* text, std::size_t size) : StringKey(SourceString(text, size)) {}
   StringKey(const std::string& text) : StringKey(SourceString(text)) {}
-  explicit StringKey(SourceString text);
+  explicit StringKey(SourceString text) : ObjectKeyBase(impl::intern(text)) {}
 
   [[nodiscard]] const std::string& value() const noexcept {
     return m_token != nullptr ? m_token->text : empty_text();
   }
   [[nodiscard]] bool empty() const noexcept { return m_token == nullptr; }
   /// Differs from process to process; 0 for the empty text.
-  [[nodiscard]] std::size_t hash() const noexcept { return m_token != nullptr ? m_token->hash : 0; }
+  [[nodiscard]] std::size_t hash() const noexcept {
+    return m_token != nullptr ? m_token->hash.load(std::memory_order_relaxed) : 0;
+  }
 
   void clear() noexcept { *this = StringKey(); }
   void swap(StringKey& other) noexcept { std::swap(m_token, other.m_token); }

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <mutex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -96,9 +98,14 @@ TEST(KeyTable, GivesChunksBackAndUsesSlotsAgain) {
       }
     }
     EXPECT_EQ(table.size(), 5000u);
-    for (std::size_t i = 0; i < tokens.size(); ++i) {
-      EXPECT_EQ(tokens[i]->text, "a text too long to be held in place " + std::to_string(i));
-      table.release_last(tokens[i]);
+    for (const std::size_t first : {0, 1}) {  // what is left is found when its neighbours are gone
+      for (std::size_t i = first; i < tokens.size(); i += 2) {
+        const std::string text = "a text too long to be held in place " + std::to_string(i);
+        EXPECT_EQ(tokens[i]->text, text);
+        EXPECT_EQ(table.intern(text), tokens[i]);
+        table.release(tokens[i]);
+        table.release(tokens[i]);
+      }
     }
     EXPECT_EQ(table.size(), 0u);
   }
@@ -139,6 +146,58 @@ TEST(StringKey, ManyThreadsInternAndDropTheSameTexts) {
   for (std::thread& t : threads)
     t.join();
   EXPECT_EQ(StringKey::interned_count(), before);
+}
+
+// Tokens of a few texts come and go all the time, while the table grows and gives chunks back.
+TEST(KeyTable, NoTwoTokensOfOneTextAreHeldAtOnce) {
+  struct Held {
+    std::mutex mutex;
+    int holders = 0;
+    impl::KeyToken* token = nullptr;
+  };
+  impl::KeyTable table;
+  Held held[5];
+  std::atomic<int> wrong = 0;
+  const auto meet = [&](std::size_t step) {
+    for (std::size_t i = 0; i < 20000; ++i) {
+      const std::size_t n = i * step % std::size(held);
+      const std::string text(n * 9 + 1, static_cast<char>('a' + n));
+      impl::KeyToken* token = table.intern(text);
+      {
+        const std::lock_guard guard(held[n].mutex);
+        if (held[n].holders++ == 0) held[n].token = token;
+        wrong += token != held[n].token || token->text != text;
+      }
+      impl::KeyToken* again = table.intern(text);
+      wrong += again != token;
+      table.release(again);
+      {
+        const std::lock_guard guard(held[n].mutex);
+        --held[n].holders;
+      }
+      table.release(token);
+    }
+  };
+  const auto come_and_go = [&](std::size_t id) {
+    for (int round = 0; round < 6; ++round) {
+      std::vector<impl::KeyToken*> tokens;
+      for (std::size_t i = 0; i < 3000; ++i)
+        tokens.push_back(table.intern(std::to_string(i * 2 + id)));
+      for (std::size_t i = 0; i < tokens.size(); ++i) {
+        wrong += tokens[i]->text != std::to_string(i * 2 + id);
+        table.release(tokens[i]);
+      }
+    }
+  };
+  std::vector<std::thread> threads;
+  for (const std::size_t i : {0, 1}) {
+    threads.emplace_back(meet, 1 + i * 2);
+    threads.emplace_back(come_and_go, i);
+  }
+  for (std::thread& t : threads)
+    t.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(table.size(), 0u);
 }
 
 TEST(StringKey, TraceIsTheText) {
