@@ -211,6 +211,17 @@ class Refusals(Sealing):
                 message = self.refuse_to_write(*self.seal_options("d.json", "s.json", "--at", pointer))
                 self.assertIn(f"d.json: {pointer} is an element of a list", message)
 
+    def test_a_long_pointer_costs_no_more_for_every_sealed_value_behind_it(self):
+        self.seal("d.json", "s.json", "--at", "/list", key="other")
+        sealed = load(self.path("s.json"))["list"]
+        self.write("m.json", json.dumps({"x" * 200_000: {f"a{i}": sealed for i in range(2000)}}))
+        with open(os.devnull, "wb") as nowhere:
+            checking = start("check", self.path("m.json"), "--key-file", self.path("k"), stderr=nowhere)
+            _, status, usage = os.wait4(checking.pid, 0)
+        checking.returncode = os.waitstatus_to_exitcode(status)
+        self.assertEqual(checking.returncode, 1)
+        self.assertLess(usage.ru_maxrss, 200_000)  # KiB
+
     def test_nothing_there(self):
         for pointer in ["/x", "/list/2", "/maps/1/a", "/one/x"]:
             message = self.refuse_to_write(*self.seal_options("d.json", "s.json", "--at", pointer))

@@ -45,24 +45,23 @@ class Difference {
   void compare(ValueSource& a, ValueSource& b) {
     AttributeValue in_a;
     AttributeValue in_b;
-    std::string pointer;
-    for (std::size_t number = 1;; pointer = '#' + std::to_string(++number)) {
+    for (std::size_t number = 1;; m_value = '#' + std::to_string(++number)) {
       const bool has_a = a.next(in_a);
       const bool has_b = b.next(in_b);
       if (!has_a && !has_b) return;
-      compare_places(pointer, has_a ? &in_a : nullptr, has_b ? &in_b : nullptr);
+      compare_places({}, has_a ? &in_a : nullptr, has_b ? &in_b : nullptr);
     }
   }
   [[nodiscard]] bool found() const noexcept { return m_found; }
 
  private:
-  void compare(const std::string& pointer, const AttributeValue& a, const AttributeValue& b) {
+  void compare(const Place& place, const AttributeValue& a, const AttributeValue& b) {
     if (is_map(a) && is_map(b)) {
-      compare_maps(pointer, a.get<AttributeMap>(), b.get<AttributeMap>());
+      compare_maps(place, a.get<AttributeMap>(), b.get<AttributeMap>());
     } else if (a.type() == b.type() && (a.size() != 1 || b.size() != 1)) {
-      compare_lists(pointer, a, b);
+      compare_lists(place, a, b);
     } else if (!same_element(a, b)) {
-      line('!', pointer, a) << " => ";
+      line('!', place, a) << " => ";
       b.write_trace(m_out, m_formatter, 0);
       m_out << '\n';
     }
@@ -87,46 +86,46 @@ class Difference {
         .compose();
   }
 
-  std::ostream& line(char mark, const std::string& pointer, const AttributeValue& value) {
+  std::ostream& line(char mark, const Place& place, const AttributeValue& value) {
     m_found = true;
+    const std::string pointer = m_value + place.pointer();
     m_out << mark << ' ' << (pointer.empty() ? pointer : plain_or_quoted(pointer)) << ": ";
     value.write_trace(m_out, m_formatter, 0);
     return m_out;
   }
 
-  void compare_maps(const std::string& pointer, const AttributeMap& a, const AttributeMap& b) {
+  void compare_maps(const Place& place, const AttributeMap& a, const AttributeMap& b) {
     std::set<std::string> names;
     for (const auto& entry : a)
       names.insert(entry.first.value());
     for (const auto& entry : b)
       names.insert(entry.first.value());
-    for (const std::string& name : names) {
-      compare_places(pointer + '/' + Pointer::escaped(name), a.query_ptr(name), b.query_ptr(name));
-    }
+    for (const std::string& name : names)
+      compare_places(place.at(name), a.query_ptr(name), b.query_ptr(name));
   }
 
-  void compare_lists(const std::string& pointer, const AttributeValue& a, const AttributeValue& b) {
+  void compare_lists(const Place& place, const AttributeValue& a, const AttributeValue& b) {
     for (std::size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
       const AttributeValue in_a = i < a.size() ? a.subrange(i, 1) : AttributeValue();
       const AttributeValue in_b = i < b.size() ? b.subrange(i, 1) : AttributeValue();
-      compare_places(pointer + '/' + std::to_string(i), i < a.size() ? &in_a : nullptr,
+      compare_places(place.at(std::to_string(i)), i < a.size() ? &in_a : nullptr,
                      i < b.size() ? &in_b : nullptr);
     }
   }
 
-  void compare_places(const std::string& pointer, const AttributeValue* a,
-                      const AttributeValue* b) {
+  void compare_places(const Place& place, const AttributeValue* a, const AttributeValue* b) {
     if (a != nullptr && b != nullptr) {
-      compare(pointer, *a, *b);
+      compare(place, *a, *b);
     } else if (a != nullptr) {
-      line('-', pointer, *a) << '\n';
+      line('-', place, *a) << '\n';
     } else if (b != nullptr) {
-      line('+', pointer, *b) << '\n';
+      line('+', place, *b) << '\n';
     }
   }
 
   std::ostream& m_out;
   const ovattribute::TraceFormatter m_formatter;
+  std::string m_value;  // which of several, from the second on
   bool m_found = false;
 };
 

@@ -43,16 +43,15 @@ struct Open {
                                         const ovcrypto::Key& key) const {
     KeyFindings findings;
     const auto open = [&](const SecuredValue& sealed,
-                          const std::string& pointer) -> std::optional<AttributeValue> {
+                          const Place& place) -> std::optional<AttributeValue> {
       ErrorInfoPtr error;
       AttributeValue inside = sealed.extract(key, &error);
       if (!error) {
         findings.add_authentic(sealed);
         return inside;
       }
-      if (!is_refusal(*error))
-        throw FileFailure(place_in(input_name(reading.file), pointer), error);
-      findings.add_refused(sealed, pointer, error);
+      if (!is_refusal(*error)) throw FileFailure(place_in(input_name(reading.file), place), error);
+      findings.add_refused(sealed, place, error);
       return std::nullopt;
     };
     AttributeValue opened = visit_sealed(whole, open);
@@ -74,23 +73,25 @@ struct Check {
     KeyFindings findings;
     about_file(input_name(reading.file), [&] {
       if (!one) {
-        static_cast<void>(
-            visit_sealed(whole, [&](const SecuredValue& sealed, const std::string& place) {
-              check(sealed, place, key, findings);
-              return std::optional<AttributeValue>();
-            }));
+        static_cast<void>(visit_sealed(whole, [&](const SecuredValue& sealed, const Place& place) {
+          check(sealed, place, key, findings);
+          return std::optional<AttributeValue>();
+        }));
         return;
       }
       const std::optional<AttributeValue> value = pointer.find_in(whole);
       if (!value) fail(input_name(reading.file), "Nothing at " + at);
-      check(sealed_value(*value, at), at, key, findings);
+      Place place;
+      for (const std::string& token : pointer.tokens())
+        place = place.at(token);
+      check(sealed_value(*value, at), place, key, findings);
     });
     findings.judge(input_name(reading.file));
   }
 
  private:
-  static void check(const SecuredValue& sealed, const std::string& pointer,
-                    const ovcrypto::Key& key, KeyFindings& findings) {
+  static void check(const SecuredValue& sealed, const Place& place, const ovcrypto::Key& key,
+                    KeyFindings& findings) {
     try {
       if (sealed.authenticate(key)) return findings.add_authentic(sealed);
       ovcore::ErrorComposer(
@@ -100,7 +101,7 @@ struct Check {
                        {"tools/ovattr/open", "ovattr::Check::check()", 0});
     } catch (const ovcore::Exception& e) {
       if (!is_refusal(*e.info())) throw;
-      findings.add_refused(sealed, pointer, e.info());
+      findings.add_refused(sealed, place, e.info());
     }
   }
 };

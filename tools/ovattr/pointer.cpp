@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cstddef>
+#include <utility>
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/error_codes.h"
@@ -127,6 +128,22 @@ std::string Pointer::escaped(const std::string& name) {
     }
   }
   return result;
+}
+
+Place Place::at(std::string token) const {
+  Place inside;
+  inside.m_step = std::make_shared<const Step>(Step{m_step, std::move(token)});
+  return inside;
+}
+
+std::string Place::pointer() const {
+  std::vector<const Step*> steps;
+  for (const Step* step = m_step.get(); step != nullptr; step = step->around.get())
+    steps.push_back(step);
+  std::string text;
+  for (auto step = steps.rbegin(); step != steps.rend(); ++step)
+    text += '/' + Pointer::escaped((*step)->token);
+  return text;
 }
 
 AttributeValue Pointer::replace_in(const AttributeValue& whole, const Change& change) const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,6 +38,26 @@ class Pointer {
 
  private:
   std::vector<std::string> m_tokens;
+};
+
+/// Where a walk is. Places share what is around them, so that walking past many and keeping them
+/// costs little, however long their pointers are.
+class Place {
+ public:
+  /// The whole value.
+  Place() noexcept = default;
+  /// Inside this place, that of a name or an index.
+  [[nodiscard]] Place at(std::string token) const;
+
+  [[nodiscard]] bool is_whole() const noexcept { return m_step == nullptr; }
+  [[nodiscard]] std::string pointer() const;
+
+ private:
+  struct Step {
+    std::shared_ptr<const Step> around;
+    std::string token;
+  };
+  std::shared_ptr<const Step> m_step;
 };
 
 }  // namespace ovattr

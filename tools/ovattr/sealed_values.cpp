@@ -31,54 +31,54 @@ class Visitor {
   explicit Visitor(const Visit& visit) : m_visit(visit) {}
 
   /// Whether the value has changed.
-  bool visit(AttributeValue& value, const std::string& pointer, std::size_t depth) {
-    if (depth > ovattribute::nesting_limit()) raise("Sealed values nest too deep", pointer);
-    if (value.type() == ValueTypeId::typeSecured) return visit_secured(value, pointer, depth);
-    if (value.type() == ValueTypeId::typeAttributeMap) return visit_maps(value, pointer, depth);
+  bool visit(AttributeValue& value, const Place& place, std::size_t depth) {
+    if (depth > ovattribute::nesting_limit()) raise("Sealed values nest too deep", place.pointer());
+    if (value.type() == ValueTypeId::typeSecured) return visit_secured(value, place, depth);
+    if (value.type() == ValueTypeId::typeAttributeMap) return visit_maps(value, place, depth);
     return false;
   }
 
  private:
-  bool visit_secured(AttributeValue& value, const std::string& pointer, std::size_t depth) {
+  bool visit_secured(AttributeValue& value, const Place& place, std::size_t depth) {
     if (value.size() != 1) {
-      visit_list(value, pointer);
+      visit_list(value, place);
       return false;
     }
-    std::optional<AttributeValue> inside = m_visit(value.get<SecuredValue>(), pointer);
+    std::optional<AttributeValue> inside = m_visit(value.get<SecuredValue>(), place);
     if (!inside) return false;
-    visit(*inside, pointer, depth + 1);
+    visit(*inside, place, depth + 1);
     value = std::move(*inside);
     return true;
   }
 
-  void visit_list(const AttributeValue& list, const std::string& pointer) {
+  void visit_list(const AttributeValue& list, const Place& place) {
     for (std::size_t i = 0; i < list.size(); ++i) {
-      const std::string place = pointer + '/' + std::to_string(i);
-      if (m_visit(list.at<SecuredValue>(i), place)) {
-        raise("{@pointer} is an element of a list, which cannot be opened by itself", place);
+      const Place inside = place.at(std::to_string(i));
+      if (m_visit(list.at<SecuredValue>(i), inside)) {
+        raise("{@pointer} is an element of a list, which cannot be opened by itself",
+              inside.pointer());
       }
     }
   }
 
-  bool visit_maps(AttributeValue& value, const std::string& pointer, std::size_t depth) {
+  bool visit_maps(AttributeValue& value, const Place& place, std::size_t depth) {
     const auto elements = value.elements<AttributeMap>();
     std::vector<AttributeMap> maps(elements.begin(), elements.end());
     bool any = false;
     for (std::size_t i = 0; i < maps.size(); ++i) {
-      const std::string place = maps.size() == 1 ? pointer : pointer + '/' + std::to_string(i);
-      if (visit_map(maps[i], place, depth)) any = true;
+      const Place inside = maps.size() == 1 ? place : place.at(std::to_string(i));
+      if (visit_map(maps[i], inside, depth)) any = true;
     }
     if (any) value = AttributeValue::list_of(maps);
     return any;
   }
 
-  bool visit_map(AttributeMap& map, const std::string& pointer, std::size_t depth) {
+  bool visit_map(AttributeMap& map, const Place& place, std::size_t depth) {
     MutableAttributeMap changed(map);
     bool any = false;
     for (const auto& entry : std::as_const(map)) {
       AttributeValue value = entry.second;
-      const std::string place = pointer + '/' + Pointer::escaped(entry.first.value());
-      if (!visit(value, place, depth + 1)) continue;
+      if (!visit(value, place.at(entry.first.value()), depth + 1)) continue;
       changed.add(entry.first, std::move(value));
       any = true;
     }
@@ -108,13 +108,13 @@ const SecuredValue& sealed_value(const AttributeValue& value, const std::string&
   return value.get<SecuredValue>();
 }
 
-std::string place_in(const std::string& file, const std::string& pointer) {
-  return pointer.empty() ? file : file + ": " + pointer;
+std::string place_in(const std::string& file, const Place& place) {
+  return place.is_whole() ? file : file + ": " + place.pointer();
 }
 
 AttributeValue visit_sealed(const AttributeValue& whole, const Visit& visit) {
   AttributeValue value = whole;
-  Visitor(visit).visit(value, "", 0);
+  Visitor(visit).visit(value, {}, 0);
   return value;
 }
 
@@ -130,20 +130,19 @@ void KeyFindings::add_authentic(const SecuredValue& sealed) {
   m_authentic.insert(sealed.key_id());
 }
 
-void KeyFindings::add_refused(const SecuredValue& sealed, const std::string& pointer,
-                              ErrorInfoPtr why) {
-  m_refused.push_back({sealed.key_id(), pointer, std::move(why)});
+void KeyFindings::add_refused(const SecuredValue& sealed, Place place, ErrorInfoPtr why) {
+  m_refused.push_back({sealed.key_id(), std::move(place), std::move(why)});
 }
 
 void KeyFindings::judge(const std::string& file) const {
   if (m_authentic.empty() && m_refused.empty()) fail(file, "There is no sealed value");
   for (const Refusal& refusal : m_refused) {
     if (!m_authentic.empty() && !m_authentic.contains(refusal.key_id)) continue;
-    throw FileFailure(place_in(file, refusal.pointer), refusal.why);
+    throw FileFailure(place_in(file, refusal.place), refusal.why);
   }
   if (m_refused.empty()) return;
   report(file + ": " + std::to_string(m_refused.size()) +
-         " sealed under other keys, or changed; the first is " + m_refused.front().pointer);
+         " sealed under other keys, or changed; the first is " + m_refused.front().place.pointer());
 }
 
 }  // namespace ovattr

@@ -32,11 +32,11 @@ void add_at_option(CLI::App& command, std::string& text, const char* description
     const ovattribute::AttributeValue& value, const std::string& pointer);
 
 /// What messages call a place in a file.
-[[nodiscard]] std::string place_in(const std::string& file, const std::string& pointer);
+[[nodiscard]] std::string place_in(const std::string& file, const Place& place);
 
 /// What takes the place of a sealed value, if anything.
 using Visit = std::function<std::optional<ovattribute::AttributeValue>(
-    const ovattribute::SecuredValue& sealed, const std::string& pointer)>;
+    const ovattribute::SecuredValue& sealed, const Place& place)>;
 
 /// Gives the value with every sealed value in it, at any depth, replaced as `visit` says; what
 /// takes a place is searched too. Raises an error when an element of a list of sealed values would
@@ -50,8 +50,7 @@ class KeyFindings {
  public:
   void add_authentic(const ovattribute::SecuredValue& sealed);
   /// `why`: what opening or checking raised.
-  void add_refused(const ovattribute::SecuredValue& sealed, const std::string& pointer,
-                   ErrorInfoPtr why);
+  void add_refused(const ovattribute::SecuredValue& sealed, Place place, ErrorInfoPtr why);
 
   /// Raises the first refusal unless some value is authentic; also that of a value which carries
   /// the key id of an authentic one. Says on standard error how many others there are.
@@ -60,7 +59,7 @@ class KeyFindings {
  private:
   struct Refusal {
     ovattribute::SecuredValue::KeyId key_id;
-    std::string pointer;
+    Place place;
     ErrorInfoPtr why;
   };
 
