@@ -82,6 +82,7 @@ class Files(InFolder):
                     self.assertIn(code, err)
         with self.assertRaises(FileNotFoundError):
             self.read("out.ovp")
+        self.assertIn("Expected a structure", self.refuse("package", "show", "/dev/zero"))
 
     def test_one_file_an_option(self):
         self.run_tool("package", "create", "a", "-o", "a.ovp")

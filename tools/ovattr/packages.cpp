@@ -14,21 +14,16 @@ namespace {
 using ovattribute::AttributeNamePackage;
 using ovattribute::AttributeNamePackageSet;
 
-std::string read_whole(const std::string& file) {
-  const auto input = ovcore::make_ref_counted<Input>(file);
-  std::string bytes;
-  std::size_t size = 0;
-  std::size_t got;
-  do {
-    bytes.resize(size + 65536);
-    got = input->read(bytes.data() + size, bytes.size() - size);
-    size += got;
-    bytes.resize(size);
-  } while (got != 0);
-  return bytes;
+/// Appends as many bytes as are there, but 64 KiB at most; false when there are none.
+bool read_piece(Input& input, std::string& bytes) {
+  const std::size_t before = bytes.size();
+  bytes.resize(before + 65536);
+  const std::size_t got = input.read(bytes.data() + before, bytes.size() - before);
+  bytes.resize(before + got);
+  return got != 0;
 }
 
-/// A package begins with its id, a set with its sequence.
+/// A package begins with its id, a set with its sequence; what begins otherwise is refused.
 bool is_set(const std::string& bytes) {
   ovserialize::MemoryReader reader(bytes.data(), bytes.size());
   reader.begin_structure();
@@ -39,8 +34,12 @@ bool is_set(const std::string& bytes) {
 
 AttributeNamePackageSet::Ptr read_packages(const std::string& file) {
   return about_file(input_name(file), [&] {
-    const std::string bytes = read_whole(file);
-    const bool several = is_set(bytes);
+    const auto input = ovcore::make_ref_counted<Input>(file);
+    std::string bytes;
+    bool more = read_piece(*input, bytes);
+    const bool several = is_set(bytes);  // before the rest, which may have no end
+    while (more)
+      more = read_piece(*input, bytes);
     ovserialize::MemoryReader reader(bytes.data(), bytes.size());
     AttributeNamePackageSet::Ptr set =
         several ? AttributeNamePackageSet::create(reader)
