@@ -19,6 +19,7 @@
 #include "ovjson/writer.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
+#include "tests/support/table.h"
 
 namespace ovattribute {
 namespace {
@@ -119,57 +120,20 @@ TEST(JsonMarshaler, KeepsTheSignOfZeroAmongDoubles) {
 }
 
 TEST(JsonMarshaler, RefusesWhatHasNoValue) {
-  struct Case {
-    const char* json;
-    const char* message;
-    const char* function;
-  };
-  const char* const array = "ovattribute::impl::read_json_array()";
-  const char* const serialized = "ovattribute::impl::read_serialized_attribute_value()";
-  const Case cases[] = {
-      {"", "Expecting JSON value [line 1, pos 1]", "read_attribute_value()"},
-      {"[[1]]", "Array of Array elements not supported. [line 1, pos 2]", array},
-      {"[null]", "Array of null elements not supported. [line 1, pos 2]", array},
-      {"{\"a\":\n [1, \"x\"]}",
-       "All array elements must be of same type.  Expecting 'Number' found 'String'. "
-       "[line 2, pos 6]",
-       array},
-      {"[{}, []]",
-       "All array elements must be of same type.  Expecting 'Object' found 'Array'. "
-       "[line 1, pos 6]",
-       array},
-      {"[true, null]",
-       "All array elements must be of same type.  Expecting 'Boolean' found 'Null'. "
-       "[line 1, pos 8]",
-       array},
-      {"{\"ovserialize\": 1}",
-       "Value of \"ovserialize\" property must be of type 'String'. [line 1, pos 17]", serialized},
-      {"{\"ovserialize\": \"what?\"}",
-       "String value is not a valid ovserialize Text serialized AttributeValue. "
-       "[line 1, pos 17]",
-       serialized},
-      {"{\"ovserialize\": \"1, 2\"}",
-       "String value is not a valid ovserialize Text serialized AttributeValue. "
-       "[line 1, pos 17]",
-       serialized},
-      {"{\"ovserialize\": \"\"}",
-       "String value is not a valid ovserialize Text serialized AttributeValue. "
-       "[line 1, pos 17]",
-       serialized},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.json);
+  for (const ovtest::Row& row : ovtest::read_table("json/no_value.txt", 3)) {
+    SCOPED_TRACE(row[0]);
     AttributeValue target("kept");
     const auto error = ovtest::error_of([&] {
-      ovjson::Reader reader(ovcore::make_ref_counted<ovcore::MemoryReadStream>(c.json));
+      ovjson::Reader reader(
+          ovcore::make_ref_counted<ovcore::MemoryReadStream>(ovcore::SourceString(row[0])));
       read_attribute_value(reader, target);
     });
-    ovtest::expect_error(error, ovjson::error::ovjson_reader, c.message,
-                         {"ovattribute/json_marshaler", c.function, 0});
+    ovtest::expect_error(error, ovjson::error::ovjson_reader, row[1],
+                         {"ovattribute/json_marshaler", row[2].c_str(), 0});
     EXPECT_EQ(target, one("kept"));
-    const bool decoding = std::string_view(c.message).starts_with("String value");
+    const bool decoding = row[1].starts_with("String value");
     EXPECT_EQ(error && error->cause(), decoding);
-    const bool mixed = std::string_view(c.message).starts_with("All array");
+    const bool mixed = row[1].starts_with("All array");
     EXPECT_EQ(error && error->parameter("expected") && error->parameter("actual"), mixed);
   }
 }

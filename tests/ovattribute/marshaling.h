@@ -10,39 +10,17 @@
 
 #include "ovserialize/memory_reader.h"
 #include "ovserialize/memory_writer.h"
+#include "tests/support/hex.h"
 
 namespace ovattribute {
 
-inline std::string to_hex(std::string_view bytes) {
-  static constexpr char digits[] = "0123456789abcdef";
-  std::string result;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    result += {digits[byte >> 4], digits[byte & 15]};
-  }
-  return result;
-}
-
-/// Blanks between digits mean nothing.
-inline std::string from_hex(std::string_view text) {
-  std::string digits(text);
-  std::erase(digits, ' ');
-  std::string result;
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-    result += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-  return result;
-}
-
-inline std::string without_blanks(std::string text) {
-  std::erase(text, ' ');
-  return text;
-}
+using ovtest::from_hex;
+using ovtest::to_hex;
+using ovtest::without_blanks;
 
 inline std::string text_of(const ovserialize::MemoryList& list) {
-  std::string bytes;
-  list.for_each_span([&bytes](std::span<const unsigned char> span) {
-    bytes.append(reinterpret_cast<const char*>(span.data()), span.size());
-  });
+  std::string bytes(list.size(), '\0');
+  list.copy_to(bytes.data(), 0, bytes.size());
   return bytes;
 }
 

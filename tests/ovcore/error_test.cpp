@@ -137,15 +137,5 @@ TEST(ErrorInfo, LongChainsNeedNoDeepStack) {
   EXPECT_NE(a->hash(), b->hash());
 }
 
-TEST(ErrorCatalog, CodesAreNamedAfterTheirText) {
-  for (const ErrorCatalogEntry& e : error::catalog()) {
-    std::string name = e.code->text().str();
-    ASSERT_TRUE(name.starts_with("error."));
-    name.erase(0, 6);
-    std::replace(name.begin(), name.end(), '.', '_');
-    EXPECT_EQ(name, e.name);
-  }
-}
-
 }  // namespace
 }  // namespace ovcore

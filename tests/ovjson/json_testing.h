@@ -28,36 +28,6 @@ inline std::string read_file(const std::string& path) {
   return text.str();
 }
 
-/// Replaces "%0a" and the like by the byte.
-inline std::string decode_percent(std::string_view text) {
-  std::string result;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      result += text[i];
-      continue;
-    }
-    result += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
-    i += 2;
-  }
-  return result;
-}
-
-/// The rows of a table in tests/data/json: columns between tabs, the first two decoded; lines that
-/// begin with "#" are comments.
-inline std::vector<std::vector<std::string>> read_table(const char* name) {
-  std::vector<std::vector<std::string>> rows;
-  std::istringstream lines(read_file(std::string(OV_TEST_DATA "/json/") + name));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    std::vector<std::string> row;
-    std::istringstream columns(line);
-    for (std::string column; std::getline(columns, column, '\t');)
-      row.push_back(row.size() < 2 ? decode_percent(column) : column);
-    rows.push_back(std::move(row));
-  }
-  return rows;
-}
-
 /// A reader and the text that it reads.
 struct Document {
   explicit Document(std::string_view text, std::string_view uri = {},

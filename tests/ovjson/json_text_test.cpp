@@ -12,6 +12,7 @@
 #include "tests/ovjson/json_testing.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
+#include "tests/support/table.h"
 
 namespace ovjson {
 namespace {
@@ -57,12 +58,12 @@ void expect_outcome(const std::string& text, const std::string& expected) {
 }
 
 TEST(JsonText, GoodTextsAreReadHoweverTheyArrive) {
-  for (const auto& row : ovtest::read_table("good.txt"))
+  for (const auto& row : ovtest::read_table("json/good.txt", 2))
     expect_outcome(row.at(0), row.at(1));
 }
 
 TEST(JsonText, BadTextsAreRefusedHoweverTheyArrive) {
-  for (const auto& row : ovtest::read_table("bad.txt")) {
+  for (const auto& row : ovtest::read_table("json/bad.txt", 3)) {
     const std::string code = row.at(1).empty() ? "" : "." + row.at(1);
     expect_outcome(row.at(0), "error.ovjson.reader" + code + ": " + row.at(2));
   }

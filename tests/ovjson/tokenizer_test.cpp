@@ -9,6 +9,7 @@
 #include "ovcore/exception.h"
 #include "tests/ovjson/json_testing.h"
 #include "tests/support/splits.h"
+#include "tests/support/table.h"
 
 namespace ovjson {
 namespace {
@@ -52,65 +53,18 @@ std::string tokens_of(Source source, const TokenizerOptions& options) {
   }
 }
 
-struct Case {
-  const char* text;
-  const char* tokens;
-};
-
-constexpr Case cases[] = {
-    {"", "DocumentStart DocumentEnd"},
-    {" \t\r\n", "DocumentStart DocumentEnd"},
-    {"\xef\xbb\xbf", "DocumentStart DocumentEnd"},
-    {"{\"a\":[1,-2.5e3]}",
-     "DocumentStart Punctuator{ StringBegin CharData(a) StringEnd Punctuator: Punctuator[ Number1 "
-     "Punctuator, Number-2.5e3 Punctuator] Punctuator} DocumentEnd"},
-    {"\"\"", "DocumentStart StringBegin StringEnd DocumentEnd"},
-    {"\"1234567\\\"89\\u00e9\xe2\x82\xac\\ud83d\\ude00 \xf0\x9f\x98\x80\"",
-     "DocumentStart StringBegin CharData(1234567\"89\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80 "
-     "\xf0\x9f\x98\x80) StringEnd DocumentEnd"},
-    {"true false null", "DocumentStart True False Null DocumentEnd"},
-    {"truer tru fals$ nul",
-     "DocumentStart IdentifierBegin CharData(truer) IdentifierEnd "
-     "IdentifierBegin CharData(tru) IdentifierEnd IdentifierBegin "
-     "CharData(fals$) IdentifierEnd Error: Unexpected end of text inside a "
-     "literal"},
-    {"_a$1.",
-     "DocumentStart IdentifierBegin CharData(_a$1) IdentifierEnd Error: Unexpected "
-     "character {@found}"},
-    {"[] // x", "DocumentStart Punctuator[ Punctuator] Error: Comments are not allowed"},
-};
-
 TEST(Tokenizer, GivesTheSameTokensHoweverTheTextArrives) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
-    for (const std::size_t size : ovtest::buffer_sizes) {
-      EXPECT_EQ(tokens_of(stream_of(c.text), {.buffer_size = size}), c.tokens) << size;
-    }
-    ovtest::for_each_split(
-        c.text, [&c](const Source& source) { EXPECT_EQ(tokens_of(source, {}), c.tokens); });
-  }
-}
-
-TEST(Tokenizer, SkipsCommentsWhenAsked) {
-  for (const Case& c : {
-           Case{"// a\n1// b\r\n// c", "DocumentStart Number1 DocumentEnd"},
-           Case{"/**/1/* * / **//*\n*/", "DocumentStart Number1 DocumentEnd"},
-           Case{"[1,/*\"*/2]//]",
-                "DocumentStart Punctuator[ Number1 Punctuator, Number2 Punctuator] DocumentEnd"},
-           Case{"\"// /* */\"",
-                "DocumentStart StringBegin CharData(// /* */) StringEnd DocumentEnd"},
-           Case{"// \xe2\x82\xac", "DocumentStart DocumentEnd"},
-           Case{"/", "DocumentStart Error: Unexpected end of text inside a comment"},
-           Case{"/*/", "DocumentStart Error: Unexpected end of text inside a comment"},
-           Case{"/* *", "DocumentStart Error: Unexpected end of text inside a comment"},
-           Case{"/-", "DocumentStart Error: Unexpected character {@found}"},
-           Case{"// \xff", "DocumentStart Error: Invalid UTF-8: unexpected byte {@found}"},
-           Case{"/* \xc3*/", "DocumentStart Error: Invalid UTF-8: unexpected byte {@found}"},
-       }) {
-    SCOPED_TRACE(c.text);
-    for (const std::size_t size : ovtest::buffer_sizes) {
-      const TokenizerOptions options{.allow_comments = true, .buffer_size = size};
-      EXPECT_EQ(tokens_of(stream_of(c.text), options), c.tokens) << size;
+  for (const bool comments : {false, true}) {
+    const auto* file = comments ? "json/tokens_comments.txt" : "json/tokens.txt";
+    for (const ovtest::Row& row : ovtest::read_table(file, 2)) {
+      SCOPED_TRACE(row[0]);
+      for (const std::size_t size : ovtest::buffer_sizes) {
+        const TokenizerOptions options{.allow_comments = comments, .buffer_size = size};
+        EXPECT_EQ(tokens_of(stream_of(row[0]), options), row[1]) << size;
+      }
+      ovtest::for_each_split(row[0], [&](const Source& source) {
+        EXPECT_EQ(tokens_of(source, {.allow_comments = comments}), row[1]);
+      });
     }
   }
 }

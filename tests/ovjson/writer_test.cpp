@@ -11,6 +11,7 @@
 #include "ovjson/error_codes.h"
 #include "tests/ovjson/json_testing.h"
 #include "tests/support/error_matcher.h"
+#include "tests/support/table.h"
 
 namespace ovjson {
 namespace {
@@ -100,66 +101,16 @@ TEST(TextWriter, LaysDocumentsOut) {
 }
 
 TEST(TextWriter, RefusesCallsOutOfOrderAndGoesOn) {
-  struct Case {
-    const char* before;
-    char operation;
-    const ovcore::ErrorCode& code;
-    const char* message;
-    const char* after;
-  };
-  const auto& begin = error::ovjson_writer_unexpected_container_begin;
-  const auto& end = error::ovjson_writer_unexpected_container_end;
-  const auto& literal = error::ovjson_writer_unexpected_literal;
-  const auto& name = error::ovjson_writer_unexpected_name;
-  const auto& number = error::ovjson_writer_unexpected_number;
-  const auto& string = error::ovjson_writer_unexpected_string;
-  const auto& string_end = error::ovjson_writer_unexpected_string_end;
-  const auto& string_data = error::ovjson_writer_unexpected_string_data;
-  constexpr const char* needs_name = "A value in an object needs a member name";
-  constexpr const char* second = "The document has its value already";
-  constexpr const char* streaming = "A streamed string can hold string data only";
-  for (const Case& c : {
-           Case{"{", '{', begin, needs_name, "}"},
-           Case{"{", '[', begin, needs_name, "}"},
-           Case{"{", 's', string, needs_name, "}"},
-           Case{"{", '<', string, needs_name, "}"},
-           Case{"{", 't', literal, needs_name, "}"},
-           Case{"{", '0', literal, needs_name, "}"},
-           Case{"{ki", 'i', number, needs_name, "}"},
-           Case{"{ki", 'd', number, needs_name, "}"},
-           Case{"{ki", '#', number, needs_name, "}"},
-           Case{"", 'k', name, "A member name cannot stand outside an object", "i"},
-           Case{"[", 'k', name, "A member name cannot stand outside an object", "]"},
-           Case{"i", 'k', name, "A member name cannot stand outside an object", ""},
-           Case{"{k", 'k', name, "The member has a name already", "i}"},
-           Case{"", '}', end, "No object is open here", "i"},
-           Case{"", ']', end, "No array is open here", "i"},
-           Case{"[", '}', end, "No object is open here", "]"},
-           Case{"{", ']', end, "No array is open here", "}"},
-           Case{"{k", '}', end, "A member name needs its value", "i}"},
-           Case{"[]", ']', end, "No array is open here", ""},
-           Case{"[]", '[', begin, second, ""},
-           Case{"i", 'i', number, second, ""},
-           Case{"<>", 's', string, second, ""},
-           Case{"{}", '0', literal, second, ""},
-           Case{"[", '-', string_data, "String data cannot stand outside a streamed string", "]"},
-           Case{"[", '>', string_end, "No streamed string is open", "]"},
-           Case{"<-", '{', begin, streaming, ">"},
-           Case{"<-", '<', string, streaming, ">"},
-           Case{"<-", 's', string, streaming, ">"},
-           Case{"<-", 't', literal, streaming, ">"},
-           Case{"<-", 'i', number, streaming, ">"},
-           Case{"[<-", ']', end, streaming, ">]"},
-           Case{"{k<-", 'k', name, streaming, ">}"},
-       }) {
-    SCOPED_TRACE(std::string(c.before) + " " + c.operation);
+  for (const ovtest::Row& row : ovtest::read_table("json/writer_order.txt", 5)) {
+    SCOPED_TRACE(row[0] + " " + row[1]);
     Output expected;
-    perform(expected.writer, c.before);
-    perform(expected.writer, c.after);
+    perform(expected.writer, row[0]);
+    perform(expected.writer, row[4]);
     Output out;
-    perform(out.writer, c.before);
-    EXPECT_ERROR(perform(out.writer, c.operation), c.code, c.message);
-    perform(out.writer, c.after);
+    perform(out.writer, row[0]);
+    EXPECT_ERROR(perform(out.writer, row[1][0]),
+                 ovtest::code_of("error.ovjson.writer.unexpected", row[2]), row[3]);
+    perform(out.writer, row[4]);
     EXPECT_EQ(out.closed(), expected.closed());
   }
 }

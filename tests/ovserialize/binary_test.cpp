@@ -3,6 +3,7 @@
 
 #include <bit>
 #include <limits>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
+#include "tests/support/table.h"
 
 namespace ovserialize {
 namespace {
@@ -74,100 +76,26 @@ TEST(Binary, EverySplitReadsTheSame) {
 }
 
 TEST(Binary, ReadsTheFormsThatWritersDoNotChoose) {
-  struct Case {
-    const char* bytes;
-    const char* written;
-  };
-  for (const Case& c :
-       {Case{"1b0000000000000005", "05"},
-        {"3800", "20"},
-        {"1a00000018", "1818"},
-        // Half and single floats, subnormal, infinite and with NaN payload (RFC 8949 appendix A).
-        {"f90000", "fb0000000000000000"},
-        {"f98000", "fb8000000000000000"},
-        {"f93c00", "fb3ff0000000000000"},
-        {"f97bff", "fb40effc0000000000"},
-        {"f90001", "fb3e70000000000000"},
-        {"f90400", "fb3f10000000000000"},
-        {"f983ff", "fbbf0ff80000000000"},
-        {"f97c00", "fb7ff0000000000000"},
-        {"f9fc00", "fbfff0000000000000"},
-        {"f97e00", "fb7ff8000000000000"},
-        {"f97c01", "fb7ff0040000000000"},
-        {"fa47c35000", "fb40f86a0000000000"},
-        {"fa7f7fffff", "fb47efffffe0000000"},
-        {"fa00000001", "fb36a0000000000000"},
-        {"fa807fffff", "fbb80fffffc0000000"},
-        {"fa7fa00001", "fb7ff4000020000000"},
-        {"da0000954919ffff", "d9954919ffff"},
-        {"d995491b00000000000000f0", "d9954918f0"},
-        {"7a0000000161", "6161"},
-        {"da0000954a5801ff", "d9954a41ff"},
-        {"d900255810000102030405060708090a0b0c0d0e0f", "d82550000102030405060708090a0b0c0d0e0f"},
-        {"da000003e9b801180119ffff", "d903e9a10119ffff"},
-        {"d903ea b900021801053805 1a00000003", "d903eaa201052503"},
-        {"9f1a0000000205ff", "9f0205ff"},
-        {"9f1800ff", "9f00ff"}}) {
-    std::string digits = c.bytes;
-    std::erase(digits, ' ');
-    SCOPED_TRACE(digits);
-    EXPECT_EQ(to_hex(to_binary(from_binary(from_hex(digits)))), c.written);
-  }
+  for (const ovtest::Row& row : ovtest::read_table("items/binary_read.txt", 2))
+    EXPECT_EQ(to_hex(to_binary(from_binary(from_hex(row[0])))), row[1]) << row[0];
 }
 
 TEST(Binary, KindsAreSeenWithoutReading) {
-  struct Case {
-    const char* bytes;
-    int kind;
-  };
-  for (const Case& c : {Case{"f6", item_null},
-                        {"f4", item_boolean},
-                        {"f5", item_boolean},
-                        {"00", item_integer},
-                        {"3bffffffffffffffff", item_integer},
-                        {"e0", item_unsigned},
-                        {"f820", item_unsigned},
-                        {"d9954918f0", item_unsigned},
-                        {"db0000000000009549", item_unsigned},
-                        {"f9", item_double},
-                        {"fb", item_double},
-                        {"60", item_string},
-                        {"d9954a41ff", item_string},
-                        {"d903e9", item_absolute_time},
-                        {"d903ea", item_relative_time},
-                        {"d825", item_uuid},
-                        {"5b", item_binary},
-                        {"f0", item_sequence},
-                        {"9f", item_sequence},
-                        {"f1", item_structure},
-                        // Not whole, or nothing at all.
-                        {"", 0},
-                        {"f8", 0},
-                        {"d9", 0},
-                        {"d903", 0},
-                        {"f2", 0},
-                        {"ff", 0},
-                        {"f3", 0},
-                        {"f7", 0},
-                        {"f800", 0},
-                        {"f81f", 0},
-                        {"d903eb", 0},
-                        {"c0", 0},
-                        {"80", 0},
-                        {"9b", 0},
-                        {"a0", 0},
-                        {"5f", 0},
-                        {"7f", 0},
-                        {"bf", 0},
-                        {"1c", 0},
-                        {"fc", 0},
-                        {"df", 0}}) {
-    SCOPED_TRACE(c.bytes);
-    const std::string bytes = from_hex(c.bytes);
-    EXPECT_EQ(reader_of(bytes).item_kind(), c.kind);
+  const std::map<std::string, int> kinds = {
+      {"none", item_none},          {"null", item_null},
+      {"boolean", item_boolean},    {"integer", item_integer},
+      {"unsigned", item_unsigned},  {"double", item_double},
+      {"string", item_string},      {"absolute time", item_absolute_time},
+      {"uuid", item_uuid},          {"relative time", item_relative_time},
+      {"binary", item_binary},      {"sequence", item_sequence},
+      {"structure", item_structure}};
+  for (const ovtest::Row& row : ovtest::read_table("items/binary_kinds.txt", 2)) {
+    SCOPED_TRACE(row[0]);
+    const std::string bytes = from_hex(row[0]);
+    EXPECT_EQ(reader_of(bytes).item_kind(), kinds.at(row[1]));
     ovtest::for_each_split(bytes, [&](const auto& stream) {
       StreamReader reader(*stream);
-      EXPECT_EQ(reader.item_kind(), c.kind);
+      EXPECT_EQ(reader.item_kind(), kinds.at(row[1]));
       EXPECT_EQ(reader.offset(), 0u);
     });
   }

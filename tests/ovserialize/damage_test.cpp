@@ -13,6 +13,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
+#include "tests/support/table.h"
 
 namespace ovserialize {
 namespace {
@@ -67,83 +68,11 @@ ovcore::RefCountPtr<const ovcore::ErrorInfo> error_in(std::string_view bytes) {
 }
 
 TEST(Damage, IsFoundWhereItIs) {
-  struct Case {
-    const char* bytes;
-    const ovcore::ErrorCode& code;
-    const char* message;
-  };
-  const auto& malformed = error::ovserialize_reader_malformed;
-  const auto& truncated = error::ovserialize_reader_truncated;
-  for (const Case& c : {
-           Case{"f61c", malformed, "Malformed item at offset 1: a reserved initial byte"},
-           {"f63f", malformed, "Malformed item at offset 1: a reserved initial byte"},
-           {"f6fc", malformed, "Malformed item at offset 1: a reserved initial byte"},
-           {"80", malformed, "Malformed item at offset 0: an array of definite length"},
-           {"9a00000001f6", malformed, "Malformed item at offset 0: an array of definite length"},
-           {"a0", malformed, "Malformed item at offset 0: a map"},
-           {"bfff", malformed, "Malformed item at offset 0: a map"},
-           {"5f4161ff", malformed, "Malformed item at offset 0: a string of indefinite length"},
-           {"7f6161ff", malformed, "Malformed item at offset 0: a string of indefinite length"},
-           {"f7", malformed, "Malformed item at offset 0: an unused simple value"},
-           {"f3", malformed, "Malformed item at offset 0: an unused simple value"},
-           {"f81f", malformed, "Malformed item at offset 0: an unused simple value"},
-           {"c001", malformed, "Malformed item at offset 0: an unknown tag"},
-           {"d903eba10100", malformed, "Malformed item at offset 0: an unknown tag"},
-           {"9fff", malformed, "Malformed item at offset 1: a sequence without a count"},
-           {"9f6161ff", malformed, "Malformed item at offset 1: a sequence without a count"},
-           {"9fe3ff", malformed, "Malformed item at offset 1: a sequence without a count"},
-           {"9f20ff", malformed, "Malformed item at offset 1: a negative count"},
-           {"9f01f6ff", malformed,
-            "Malformed item at offset 1: a sequence of one in the form for others"},
-           {"9f1b0000000000000001f6ff", malformed,
-            "Malformed item at offset 1: a sequence of one in the form for others"},
-           {"9f00f6f2", malformed,
-            "Malformed item at offset 3: the end of a structure in a sequence"},
-           {"f1f6ff", malformed,
-            "Malformed item at offset 2: the end of a sequence in a structure"},
-           {"d9954918ef", malformed,
-            "Malformed item at offset 3: not an unsigned integer that needs its tag"},
-           {"d9954939ffff", malformed,
-            "Malformed item at offset 3: not an unsigned integer that needs its tag"},
-           {"d9954a6161", malformed,
-            "Malformed item at offset 3: not a byte string behind its tag"},
-           {"d9954a4161", malformed,
-            "Malformed item at offset 0: UTF-8 behind the tag for other text"},
-           {"f661ff", malformed, "Malformed item at offset 1: text that is not UTF-8"},
-           {"63eda080", malformed, "Malformed item at offset 0: text that is not UTF-8"},
-           {"62c080", malformed, "Malformed item at offset 0: text that is not UTF-8"},
-           {"64f4908080", malformed, "Malformed item at offset 0: text that is not UTF-8"},
-           {"61c3", malformed, "Malformed item at offset 0: text that is not UTF-8"},
-           {"d8254100", malformed, "Malformed item at offset 2: a UUID that is not 16 bytes long"},
-           {"d825f6", malformed, "Malformed item at offset 2: not a byte string behind its tag"},
-           {"d903e980", malformed, "Malformed item at offset 3: not the map of a time"},
-           {"d903e9a0", malformed, "Malformed item at offset 3: not the map of a time"},
-           {"d903e9a3", malformed, "Malformed item at offset 3: not the map of a time"},
-           {"d903e9a10200", malformed, "Malformed item at offset 4: not the map of a time"},
-           {"d903e9a10160", malformed, "Malformed item at offset 5: not the map of a time"},
-           {"d903e9a225030105", malformed, "Malformed item at offset 4: not the map of a time"},
-           {"d903e9a201002403", malformed, "Malformed item at offset 6: not the map of a time"},
-           {"d903e9a201002500", malformed,
-            "Malformed item at offset 7: microseconds that are not 1 to 999999"},
-           {"d903e9a20100251a000f4240", malformed,
-            "Malformed item at offset 7: microseconds that are not 1 to 999999"},
-           {"ff", error::ovserialize_reader_kind,
-            "Expected null at offset 0, found the end of a sequence"},
-           {"f0f2", error::ovserialize_reader_kind,
-            "Expected null at offset 1, found the end of a structure"},
-           {"f0", truncated, "The stream ends too early, at offset 1"},
-           {"9f", truncated, "The stream ends too early, at offset 1"},
-           {"9f00f6", truncated, "The stream ends too early, at offset 3"},
-           {"f1", truncated, "The stream ends too early, at offset 1"},
-           {"7a0000", truncated, "The stream ends too early, at offset 3"},
-           {"7903e86161", truncated, "The stream ends too early, at offset 5"},
-           {"5903e86161", truncated, "The stream ends too early, at offset 5"},
-           {"d903", truncated, "The stream ends too early, at offset 2"},
-       }) {
-    SCOPED_TRACE(c.bytes);
-    const auto info = error_in(from_hex(c.bytes));
+  for (const ovtest::Row& row : ovtest::read_table("items/binary_bad.txt", 3)) {
+    SCOPED_TRACE(row[0]);
+    const auto info = error_in(from_hex(row[0]));
     ASSERT_TRUE(info);
-    ovtest::expect_error(info, c.code, c.message);
+    ovtest::expect_error(info, ovtest::code_of("error.ovserialize.reader", row[1]), row[2]);
     EXPECT_TRUE(
         info->message().ends_with(*info->parameter("offset")) ||
         info->message().find("offset " + *info->parameter("offset") + ":") != std::string::npos ||

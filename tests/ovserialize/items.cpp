@@ -237,21 +237,4 @@ std::string text_of(const MemoryList& list) {
   return text;
 }
 
-std::string from_hex(std::string_view digits) {
-  std::string bytes;
-  const auto value = [](char c) { return c <= '9' ? c - '0' : c - 'a' + 10; };
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-    bytes.push_back(static_cast<char>(value(digits[i]) << 4 | value(digits[i + 1])));
-  return bytes;
-}
-
-std::string to_hex(std::string_view bytes) {
-  std::string digits;
-  for (const char c : bytes) {
-    digits.push_back("0123456789abcdef"[c >> 4 & 15]);
-    digits.push_back("0123456789abcdef"[c & 15]);
-  }
-  return digits;
-}
-
 }  // namespace ovserialize

@@ -10,6 +10,7 @@
 
 #include "ovserialize/reader.h"
 #include "ovserialize/writer.h"
+#include "tests/support/hex.h"
 
 namespace ovserialize {
 
@@ -39,7 +40,7 @@ Items all_items();
 Items random_items(std::mt19937& random);
 
 std::string text_of(const MemoryList& list);
-std::string from_hex(std::string_view digits);
-std::string to_hex(std::string_view bytes);
+using ovtest::from_hex;
+using ovtest::to_hex;
 
 }  // namespace ovserialize

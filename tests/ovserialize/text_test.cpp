@@ -14,6 +14,7 @@
 #include "tests/ovserialize/items.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
+#include "tests/support/table.h"
 
 namespace ovserialize {
 namespace {
@@ -109,164 +110,16 @@ TEST(Text, LaysOutWithLineBreaks) {
 }
 
 TEST(Text, IsReadFreely) {
-  struct Case {
-    const char* text;
-    const char* written;
-  };
-  for (const Case& c :
-       {Case{"", ""},
-        {" \t\r\n", ""},
-        {"/ nothing / # at all", ""},
-        {"1,", "1"},
-        {"1 ,2\n,\n3", "1, 2, 3"},
-        {"/a/1/b/,/c/2/d/", "1, 2"},
-        {"1 # one\n, 2 # two", "1, 2"},
-        {"// 1 ////", "1"},
-        {"[_ 0,]", "[_ 0]"},
-        {"[_ 2 , 1 , 2 , ] , ", "[_ 2, 1, 2]"},
-        {"[_\n0/none/]", "[_ 0]"},
-        {"[_/count/ 0]", "[_ 0]"},
-        {"-0", "0"},
-        {"2e0", "2.0"},
-        {"2E+0", "2.0"},
-        {"1e300", "1e+300"},
-        {"0.1000", "0.1"},
-        {"-0.0", "-0.0"},
-        {"123456789012345678901234567890.0", "1.2345678901234568e+29"},
-        {"5e-324", "5e-324"},
-        {"simple( 12 )", "simple(12)"},
-        {"simple(/x/12\n)", "simple(12)"},
-        {"float'FFF8000000000000'", "float'fff8000000000000'"},
-        {"\"\\u00e4\\ud83d\\ude00\\/\\b\\f\\n\\r\\t\"", "\"\u00e4\U0001f600/\\b\\f\\n\\r\\t\""},
-        {"\"\\u0000\\u001F\\u007f\"", "\"\\u0000\\u001f\\u007f\""},
-        {"\"/ no # comment /\"", "\"/ no # comment /\""},
-        {"h'00 fF\n/x/ aB'", "h'00ffab'"},
-        {"37( h'00112233445566778899AABBCCDDEEFF' )", "37(h'00112233445566778899aabbccddeeff')"},
-        {"1001( { 1 : 5 , } )", "1001({1: 5})"},
-        {"1002({1:-5,-6:3,})", "1002({1: -5, -6: 3})"},
-        {"38217( 240 )", "38217(240)"},
-        {"38218( h'ff' )", "38218(h'ff')"},
-        {"simple(16),simple(17),simple(18),", "simple(16), simple(17), simple(18)"}}) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(to_text(from_text(c.text)), c.written);
-  }
+  for (const ovtest::Row& row : ovtest::read_table("items/text_read.txt", 2))
+    EXPECT_EQ(to_text(from_text(row[0])), row[1]) << row[0];
 }
 
 TEST(Text, SaysWhatIsWrongAndWhere) {
-  struct Case {
-    const char* text;
-    const ovcore::ErrorCode& code;
-    const char* message;
-  };
-  const auto& malformed = error::ovserialize_reader_malformed;
-  const auto& truncated = error::ovserialize_reader_truncated;
-  const auto& range = error::ovserialize_reader_range;
-  for (const Case& c : {
-           Case{"1 2", malformed, "Malformed item at line 1, column 3: a comma is missing"},
-           {"1,\n \"\u00e4\u00f6\" x", malformed,
-            "Malformed item at line 2, column 7: a comma is missing"},
-           {",1", malformed, "Malformed item at line 1, column 1: a character that begins no item"},
-           {"1,,2", malformed,
-            "Malformed item at line 1, column 3: a character that begins no item"},
-           {"[1, 2]", malformed, "Malformed item at line 1, column 1: an array of definite length"},
-           {"[_ ]", malformed, "Malformed item at line 1, column 1: a number is missing"},
-           {"[_ \"a\"]", malformed, "Malformed item at line 1, column 1: a number is missing"},
-           {"[_ -2]", malformed, "Malformed item at line 1, column 1: a number is missing"},
-           {"[_ 2.0]", malformed, "Malformed item at line 1, column 1: a sequence without a count"},
-           {"[_ 1, 2]", malformed,
-            "Malformed item at line 1, column 1: a sequence of one in the form for others"},
-           {"[_0 ]", malformed, "Malformed item at line 1, column 1: an encoding indicator"},
-           {"[_ 0 1]", malformed, "Malformed item at line 1, column 6: a comma is missing"},
-           {"[_ 18446744073709551616]", malformed,
-            "Malformed item at line 1, column 1: a number that is too large"},
-           {"{1: 2}", malformed, "Malformed item at line 1, column 1: a map"},
-           {"undefined", malformed, "Malformed item at line 1, column 1: an unknown word"},
-           {"nul,", malformed, "Malformed item at line 1, column 1: an unknown word"},
-           {"simple(19)", malformed, "Malformed item at line 1, column 1: an unused simple value"},
-           {"simple(22)", malformed, "Malformed item at line 1, column 1: an unused simple value"},
-           {"simple(256)", malformed, "Malformed item at line 1, column 1: an unused simple value"},
-           {"simple 1", malformed, "Malformed item at line 1, column 1: not a simple value"},
-           {"007", malformed, "Malformed item at line 1, column 1: a number with a leading zero"},
-           {"+1", malformed, "Malformed item at line 1, column 1: a character that begins no item"},
-           {"- 1", malformed, "Malformed item at line 1, column 1: a sign without a number"},
-           {"-x", malformed, "Malformed item at line 1, column 1: a sign without a number"},
-           {"1.", truncated, "The stream ends too early, at line 1, column 3"},
-           {"1.,", malformed,
-            "Malformed item at line 1, column 1: a number without digits behind its point"},
-           {"1e,", malformed,
-            "Malformed item at line 1, column 1: a number without digits in its exponent"},
-           {"1_1", malformed, "Malformed item at line 1, column 2: a comma is missing"},
-           {"9223372036854775808", range,
-            "The value of an integer at line 1, column 1 is beyond the range of its type"},
-           {"-9223372036854775809", range,
-            "The value of an integer at line 1, column 1 is beyond the range of its type"},
-           {"99999999999999999999", range,
-            "The value of an integer at line 1, column 1 is beyond the range of its type"},
-           {"1e999", range,
-            "The value of a double at line 1, column 1 is beyond the range of its type"},
-           {"38217(18446744073709551616)", range,
-            "The value of an unsigned integer at line 1, column 1 is beyond the range of its type"},
-           {"38217(239)", malformed,
-            "Malformed item at line 1, column 7: not an unsigned integer that needs its tag"},
-           {"38217(\"a\")", malformed, "Malformed item at line 1, column 7: a number is missing"},
-           {"38217(240", truncated, "The stream ends too early, at line 1, column 10"},
-           {"38217(240]", malformed,
-            "Malformed item at line 1, column 10: a closing parenthesis is missing"},
-           {"38218(h'61')", malformed,
-            "Malformed item at line 1, column 1: UTF-8 behind the tag for other text"},
-           {"38218(\"a\")", malformed,
-            "Malformed item at line 1, column 7: not a byte string behind its tag"},
-           {"1003({1: 5})", malformed, "Malformed item at line 1, column 1: an unknown tag"},
-           {"-37(h'')", malformed, "Malformed item at line 1, column 1: an unknown tag"},
-           {"1001({2: 5})", malformed, "Malformed item at line 1, column 7: not the map of a time"},
-           {"1001({1: 5, -6: 0})", malformed,
-            "Malformed item at line 1, column 17: microseconds that are not 1 to 999999"},
-           {"1001({1: 5.0})", malformed, "Malformed item at line 1, column 10: not an integer"},
-           {"1001({1: 9223372036854775807})", range,
-            "The value of an absolute time at line 1, column 1 is beyond the range of its type"},
-           {"37(h'00')", malformed,
-            "Malformed item at line 1, column 1: a UUID that is not 16 bytes long"},
-           {"h'0'", malformed,
-            "Malformed item at line 1, column 4: an odd number of hexadecimal digits"},
-           {"h'0g'", malformed,
-            "Malformed item at line 1, column 4: an odd number of hexadecimal digits"},
-           {"h'00x'", malformed, "Malformed item at line 1, column 5: not a hexadecimal digit"},
-           {"'text'", malformed,
-            "Malformed item at line 1, column 1: a character that begins no item"},
-           {"float'7ff8000000000000'", malformed,
-            "Malformed item at line 1, column 1: a double that has a spelling of its own"},
-           {"float'3ff0000000000000'", malformed,
-            "Malformed item at line 1, column 1: a double that has a spelling of its own"},
-           {"float'7ff8'", malformed,
-            "Malformed item at line 1, column 1: not the 16 digits of a double"},
-           {"\"\\x\"", malformed, "Malformed item at line 1, column 3: an unknown escape"},
-           {"\"\\ud800\"", malformed,
-            "Malformed item at line 1, column 8: half of a surrogate pair"},
-           {"\"\\udc00\"", malformed,
-            "Malformed item at line 1, column 8: half of a surrogate pair"},
-           {"\"\\u12g4\"", malformed,
-            "Malformed item at line 1, column 6: not the four digits of an escape"},
-           {"\"a\nb\"", malformed,
-            "Malformed item at line 1, column 3: a control character in a string"},
-           {"\"\xff\"", malformed, "Malformed item at line 1, column 1: text that is not UTF-8"},
-           {"]", error::ovserialize_reader_kind,
-            "Expected null at line 1, column 1, found the end of a sequence"},
-           {"simple(17), ]", malformed,
-            "Malformed item at line 1, column 13: the end of a sequence in a structure"},
-           {"[_ 0, simple(18)", malformed,
-            "Malformed item at line 1, column 7: the end of a structure in a sequence"},
-           {"/ comment", truncated, "The stream ends too early, at line 1, column 10"},
-           {"[_ 0, 1\n", truncated, "The stream ends too early, at line 2, column 1"},
-           {"simple(17),", truncated, "The stream ends too early, at line 1, column 12"},
-           {"\"abc", truncated, "The stream ends too early, at line 1, column 5"},
-           {"h'ab", truncated, "The stream ends too early, at line 1, column 5"},
-           {"simple(", truncated, "The stream ends too early, at line 1, column 8"},
-           {"fals", truncated, "The stream ends too early, at line 1, column 5"},
-       }) {
-    SCOPED_TRACE(c.text);
-    const auto info = ovtest::error_of([&] { from_text(c.text); });
+  for (const ovtest::Row& row : ovtest::read_table("items/text_bad.txt", 3)) {
+    SCOPED_TRACE(row[0]);
+    const auto info = ovtest::error_of([&] { from_text(row[0]); });
     ASSERT_TRUE(info);
-    ovtest::expect_error(info, c.code, c.message);
+    ovtest::expect_error(info, ovtest::code_of("error.ovserialize.reader", row[1]), row[2]);
     EXPECT_TRUE(info->parameter("offset") && info->parameter("line") && info->parameter("column"));
   }
 }

@@ -11,23 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/hex.h"
+
 namespace ovtest {
-
-inline std::string from_hex(std::string_view hex) {
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-    bytes.push_back(static_cast<char>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
-  return bytes;
-}
-
-inline std::string to_hex(std::string_view bytes) {
-  std::string hex;
-  for (const char c : bytes) {
-    hex.push_back("0123456789abcdef"[static_cast<unsigned char>(c) >> 4]);
-    hex.push_back("0123456789abcdef"[c & 15]);
-  }
-  return hex;
-}
 
 /// One block: bytes by name.
 class Vector {
