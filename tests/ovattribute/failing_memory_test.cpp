@@ -253,6 +253,12 @@ TEST(FailingMemory, OfTheCore) {
   ops.raises("SimpleDateTime::from_absolute_time",
              [] { return SimpleDateTime::from_absolute_time(AbsoluteTime::max()); });
   ops.raises("FileReadStream::FileReadStream", [] { FileReadStream("/nothing/here"); });
+  char byte = 0;
+  std::istream no_source(nullptr);
+  std::ostream no_target(nullptr);
+  ops.raises("FileReadStream::read", [&] { return FileReadStream(-1).read(&byte, 1); });
+  ops.raises("StdReadStream::read", [&] { return StdReadStream(no_source).read(&byte, 1); });
+  ops.raises("StdWriteStream::write", [&] { StdWriteStream(no_target).write("text"); });
   ops.raises("FileWriteStream::write", [] { FileWriteStream(-1).write("text"); });
   ops.changes("StringWriteStream::write", std::string("before"),
               [](std::string& text) { StringWriteStream(text).write(SourceString(long_text)); });
@@ -463,6 +469,10 @@ TEST(FailingMemory, OfCryptographyAndJson) {
     return seen;
   });
   ops.raises("ovjson::Reader::raise_error", [&] { json_reader().raise_error(code, "a", {}, {}); });
+  ops.raises("ovjson::Reader::next_value, malformed", [] {
+    ovcore::MemoryReadStream stream("?", 1);
+    return ovjson::Reader(stream).next_value();
+  });
   ops.raises("ovjson::Reader::Value::as_bool",
              [&] { return json_reader().next_value()->as_bool(); });
   ops.makes("ovjson::Reader::kind_name, token_name", [] {
@@ -595,6 +605,11 @@ TEST(FailingMemory, OfValuesNamesAndMaps) {
   ops.makes("write_attribute_value, JSON", [&] { return write_json(plain, false); });
   ops.makes("write_attribute_value, JSON by text", [&] { return write_json(plain, true); });
   ops.makes("parse_json", [&] { return parse_json(ovcore::SourceString(json)); });
+  ops.raises("parse_json, repeated",
+             [] { return parse_json("{a: 1, a: 2}", {.refuse_repeated_names = true}); });
+  ops.raises("parse_json, malformed text",
+             [] { return parse_json("{\"ovserialize\": \"what?\"}"); });
+  ops.makes("PrintTo", printing([&](auto& out) { PrintTo(map, &out); }));
   ops.makes("to_json", [&] { return to_json(plain); });
   ops.makes("TraceFormatter::Composer", [] {
     return TraceFormatter::Composer()
