@@ -29,6 +29,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
+#include "tests/support/table.h"
 
 namespace ovattribute {
 namespace {
@@ -240,36 +241,14 @@ TEST(Marshaler, UnknownTagsAreRefused) {
 }
 
 TEST(Marshaler, OtherItemsAreErrorsOfTheReader) {
-  struct Case {
-    const char* bytes;
-    const ovcore::ErrorCode& code;
-  };
-  const auto& kind = ovserialize::error::ovserialize_reader_kind;
-  const auto& malformed = ovserialize::error::ovserialize_reader_malformed;
-  for (const Case& c : {Case{"", ovserialize::error::ovserialize_reader_truncated},
-                        {"ff", kind},
-                        {"f1f2", kind},
-                        {"f0 05", kind},
-                        {"f3", malformed},
-                        {"d995491b0000000100000000", ovserialize::error::ovserialize_reader_range},
-                        {"e1 6161", kind},
-                        {"e1 9f02f5 6161ff", kind},
-                        {"ec f6", kind},
-                        {"ec f0 f0 01 01", kind},
-                        {"ec f0 f1", kind},
-                        {"eb f1f160f240 f6 f2", kind},
-                        {"eb f1f160f6f240f2", kind},
-                        {"ed f160f2", kind},
-                        {"ee f1f2", kind},
-                        {"e6 6120", malformed},
-                        {"e9 6161", malformed}}) {
-    SCOPED_TRACE(c.bytes);
+  for (const ovtest::Row& row : ovtest::read_table("items/value_bad.txt", 2)) {
+    SCOPED_TRACE(row[0]);
     AttributeValue target("before");
-    const std::string bytes = from_hex(c.bytes);
+    const std::string bytes = from_hex(row[0]);
     ovserialize::MemoryReader reader(bytes.data(), bytes.size());
     const auto info = ovtest::error_of([&] { reader >> target; });
     ASSERT_TRUE(info);
-    EXPECT_EQ(info->code(), c.code) << info->message();
+    EXPECT_EQ(info->code(), ovtest::code_of("error.ovserialize.reader", row[1])) << info->message();
     EXPECT_EQ(target, "before");
   }
 }
@@ -497,7 +476,7 @@ TEST(Marshaler, MapsNestUpToTheLimit) {
 }
 
 TEST(Marshaler, KeysAreReadFromScalarBinaries) {
-  const auto key_from = [](const char* hex) {
+  const auto key_from = [](const std::string& hex) {
     return read_from(from_hex(hex), [](Reader& r) { return impl::read_key_as_binary(r); });
   };
   const ovcrypto::Key expected("abc", 3);
@@ -505,34 +484,10 @@ TEST(Marshaler, KeysAreReadFromScalarBinaries) {
   EXPECT_EQ(key_from("ea 43616263"), expected);
   EXPECT_EQ(key_from("40"), ovcrypto::Key());
 
-  struct Case {
-    const char* bytes;
-    const ovcore::ErrorCode& code;
-    const char* message;
-  };
-  const auto& mismatch = error::ovattribute_value_type_mismatch;
-#define OV_FOUND(type) "Only Binary attribute values can be read as Key.  TypeFound=" type
-  for (const Case& c :
-       {Case{"ea 9f024161 4162ff", mismatch, "Only scalar binary attributes can be read as Key"},
-        {"ea f04161", mismatch, "Only scalar binary attributes can be read as Key"},
-        {"f6", mismatch, OV_FOUND("Null")},
-        {"f5", mismatch, OV_FOUND("Boolean")},
-        {"01", mismatch, OV_FOUND("Integer")},
-        {"6161", mismatch, OV_FOUND("String")},
-        {"fb0000000000000000", mismatch, OV_FOUND("Double")},
-        {"d8255000112233445566778899aabbccddeeff", mismatch, OV_FOUND("UUID")},
-        {"d903e9a10100", mismatch, OV_FOUND("AbsoluteTime")},
-        {"d903eaa10100", mismatch, OV_FOUND("RelativeTime")},
-        {"e3 6161", mismatch, OV_FOUND("String")},
-        {"ec f0 9f00ff", mismatch, OV_FOUND("AttributeMap")},
-        {"ef", error::ovattribute_value_type_unknown,
-         "Unknown marshaled attribute type id.  Value=15"},
-        {"ea 6161", ovserialize::error::ovserialize_reader_kind,
-         "Expected a binary block at offset 1, found a string"}}) {
-    SCOPED_TRACE(c.bytes);
-    EXPECT_ERROR(key_from(c.bytes), c.code, c.message);
+  for (const ovtest::Row& row : ovtest::read_table("items/key_bad.txt", 3)) {
+    SCOPED_TRACE(row[0]);
+    EXPECT_ERROR(key_from(row[0]), ovtest::code_of("error", row[1]), row[2]);
   }
-#undef OV_FOUND
 }
 
 }  // namespace
