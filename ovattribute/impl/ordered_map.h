@@ -199,7 +199,7 @@ class OrderedMap {
   static std::uint8_t tag_of(Word word) noexcept { return static_cast<std::uint8_t>(word >> 6); }
 
   Node* find_node(Word word) const noexcept {
-    if (!m_index.empty()) return static_cast<Node*>(m_index.find(word));
+    if (!m_index.empty()) return static_cast<Node*>(m_index.find(word, m_size));
     return find_in_pool(word);
   }
   Link* find_or_end(const Key& key) const noexcept {

@@ -70,6 +70,24 @@ TEST(MapThreads, ShareMapsAndChangeCopiesOfTheirOwn) {
   EXPECT_EQ(shared.compare(same), 0);
 }
 
+TEST(MapThreads, LookForNamesInOneLargeMap) {
+  std::vector<AttributeName> names;
+  for (int i = 0; i < 400; ++i)
+    names.emplace_back("sought " + std::to_string(i));
+  for (int round = 0; round < 10; ++round) {
+    MutableAttributeMap map;
+    for (std::size_t i = 0; i < names.size(); i += 2)
+      map[names[i]].set(static_cast<long long>(i));
+    const AttributeMap shared = map;
+    std::atomic<int> wrong = 0;
+    in_threads(400, [&](int thread, int i) {
+      const auto at = static_cast<std::size_t>((i + thread * 100) % 400);
+      wrong += shared.exists(names[at]) != (at % 2 == 0);
+    });
+    EXPECT_EQ(wrong, 0);
+  }
+}
+
 TEST(MapThreads, HandOverTheLastHandle) {
   for (int round = 0; round < 200; ++round) {
     std::vector<MutableAttributeMap> handles(thread_count,

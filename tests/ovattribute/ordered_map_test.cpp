@@ -369,6 +369,21 @@ TEST(OrderedMap, MemoryIsBoundInEveryOrder) {
   }
 }
 
+TEST(OrderedMap, FindsWhatIsSoughtOftenByItsHashWhereThatHelps) {
+  const auto allocations_for = [](Word factor) {
+    OrderedMap<Word, void*, std::identity> map;
+    for (Word i = 0; i < 400; ++i)
+      map.try_emplace(i * factor, nullptr);
+    return ovtest::allocations_of([&] {
+      for (Word i = 0; i < 400; ++i)
+        ASSERT_TRUE(map.count(i * factor) == 1 && map.count(i * factor + 1) == 0);
+    });
+  };
+  EXPECT_EQ(allocations_for(64), 1u);
+  // Undoes the hash, so that all words belong in one place: tried a few times.
+  EXPECT_LE(allocations_for(0xf1de83e19937733d), 8u);
+}
+
 TEST(OrderedMap, SmallMapsCostOneAllocation) {
   using Plain = OrderedMap<Word, void*, std::identity>;
   Plain map;
