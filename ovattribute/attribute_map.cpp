@@ -114,9 +114,19 @@ bool AttributeMapBase::equal(const AttributeMapBase& other) const {
   if (&map() == &other.map()) return true;
   if (size() != other.size()) return false;
   const impl::NestingGuard guard;
-  return std::equal(begin(), end(), other.begin(), [](const value_type& a, const value_type& b) {
-    return a.first == b.first && a.second == b.second;
-  });
+  const const_iterator last = end();
+  const_iterator theirs = other.begin();
+  for (const_iterator ours = begin(); ours != last;) {
+    const value_type& a = *ours++;
+    const value_type& b = *theirs++;
+    // What comes next is loaded meanwhile: types that nobody foresees keep the processor from it.
+    if (ours != last) {
+      impl::ValueAccess::prefetch(ours->second);
+      impl::ValueAccess::prefetch(theirs->second);
+    }
+    if (a.first != b.first || !(a.second == b.second)) return false;
+  }
+  return true;
 }
 
 int AttributeMapBase::compare(const AttributeMapBase& other) const {

@@ -354,10 +354,14 @@ namespace impl {
 /// Unlike `hash`, agrees with `==`.
 [[nodiscard]] OV_EXPORT std::size_t equality_hash(const AttributeValue& value);
 
-/// For readers, which build storage themselves.
+/// For readers, which build storage themselves, and for maps.
 struct ValueAccess {
   /// Takes over a reference.
   static AttributeValue adopt(ValueBase* storage) noexcept { return {storage, ValueAttachTag()}; }
+  /// Begins to load the storage, which is needed soon.
+  static void prefetch(const AttributeValue& value) noexcept {
+    __builtin_prefetch(value.m_holder.get());
+  }
 };
 
 }  // namespace impl
