@@ -109,6 +109,7 @@ class OV_EXPORT KeyTable {
   struct Entries {
     /// Raises `std::bad_alloc`.
     static std::unique_ptr<Entries> make(std::size_t size);
+    // `make` takes one piece of memory for all. NOLINTNEXTLINE(misc-new-delete-overloads)
     static void operator delete(void* memory) noexcept { ::operator delete(memory); }
     std::atomic<Entry>& operator[](std::size_t h) noexcept {
       return reinterpret_cast<std::atomic<Entry>*>(this + 1)[h & mask];
@@ -121,6 +122,7 @@ class OV_EXPORT KeyTable {
   };
 
   static KeyToken* token_of(Entry entry) noexcept {
+    // Beside a tag there is no other way. NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<KeyToken*>(entry & ~tag_mask);
   }
   static Entry tag_of(std::size_t h) noexcept { return h >> 58; }
