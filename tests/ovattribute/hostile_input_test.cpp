@@ -299,7 +299,8 @@ TEST(HostileInput, CostsInProportionToItsSize) {
       std::cout << "measured " << text.size() << " " << memory << " " << made[times - 1] << " "
                 << shape.name << std::endl;
     }
-    EXPECT_LE(made[1], 2 * made[0] + made[0] / 4 + 100);
+    // The table of names grows in 128 parts, once or twice more for twice the names.
+    EXPECT_LE(made[1], 2 * made[0] + made[0] / 4 + 300);
     EXPECT_EQ(ovcore::StringKey::interned_count(), names) << "names that nothing uses any more";
   }
 }
