@@ -68,7 +68,7 @@ ovcore::RefCountPtr<Holder> Holder::make(std::size_t room) {
 
 // The room of large maps is given back when they are emptied.
 ovcore::RefCountPtr<Holder> Holder::clone() const {
-  constexpr std::size_t most_beside = 16;
+  constexpr std::size_t most_beside = 64;
   if (map.size() > most_beside) return ovcore::make_ref_counted<MapHolder>(map);
   ovcore::RefCountPtr<MapHolder> copy = make(std::max(map.size(), Map::default_room));
   copy->map.append_all(map);

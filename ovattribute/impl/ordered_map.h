@@ -153,12 +153,9 @@ class OrderedMap {
     return link_new(node, &m_end, [&] { m_index.append(word_of(node), node); });
   }
 
-  /// Adds the entries of another map. REQUIRES: this one is empty. On failure some were added.
-  void append_all(const OrderedMap& other) {
-    reserve(other.size());
-    for (const value_type& entry : other)
-      append(entry.first, entry.second);
-  }
+  /// Adds the entries of another map, in one piece. REQUIRES: this one is empty. On failure it is
+  /// fit to be destroyed, and for nothing else.
+  void append_all(const OrderedMap& other);
 
   /// An entry whose key is present stays as it is.
   std::pair<iterator, bool> insert(const value_type& entry) {
@@ -303,6 +300,35 @@ auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::try_emplace(K&& k
 }
 
 template <class Key, class Value, class WordOf, std::size_t SmallLimit, std::size_t PageCapacity>
+void OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::append_all(const OrderedMap& other) {
+  if (other.empty()) return;
+  reserve(other.size());
+  Node* node = m_pool.take_row(other.size());
+  if (node == nullptr) {  // more than a slab can have
+    for (const value_type& entry : other)
+      append(entry.first, entry.second);
+    return;
+  }
+  Link* last = &m_end;
+  for (const value_type& entry : other) {
+    try {
+      ::new (static_cast<void*>(node)) Node(entry.first, entry.second);
+    } catch (...) {
+      close_list();
+      throw;
+    }
+    node->previous = last;
+    last = last->next = node++;
+    m_end.previous = last;
+    ++m_size;
+  }
+  close_list();
+  if (m_size > SmallLimit) return start_index();
+  for (Link* link = m_end.next; link != &m_end; link = link->next)
+    m_pool.set_tag(static_cast<Node*>(link), tag_of(word_of(link)));
+}
+
+template <class Key, class Value, class WordOf, std::size_t SmallLimit, std::size_t PageCapacity>
 template <std::forward_iterator It>
 void OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::insert(It first, It last) {
   std::size_t absent = 0;
@@ -427,6 +453,7 @@ auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::link_new(Node* no
 template <class Key, class Value, class WordOf, std::size_t SmallLimit, std::size_t PageCapacity>
 void OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::start_index() {
   Index index;
+  index.start(m_size);
   for (Link* link = m_end.next; link != &m_end; link = link->next)
     index.append(word_of(link), static_cast<Node*>(link));
   m_index.swap(index);

@@ -51,6 +51,13 @@ class SlabPool {
     if (room() == 0) add_slab(m_newest == nullptr ? first_slab : std::max(second_slab, in_use));
     return m_newest->node(m_newest->used++);
   }
+  /// Takes the next `count` in one piece, for which `reserve` made room; null where there is none.
+  [[nodiscard]] Node* take_row(std::size_t count) noexcept {
+    if (count > room()) return nullptr;
+    Node* const first = m_newest->node(m_newest->used);
+    m_newest->used += static_cast<std::uint32_t>(count);
+    return first;
+  }
   void give_back(void* node) noexcept {
     if (m_newest->used > 0 && node == m_newest->node(m_newest->used - 1)) {
       if (--m_newest->used == 0 && !m_newest->is_lent) drop_newest();

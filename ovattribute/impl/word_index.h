@@ -118,10 +118,18 @@ class WordIndex {
   /// Adds a word at the place where `seek` for it ended.
   void insert(const Path& path, Word word, void* item);
 
-  /// Adds a word above all others.
+  /// Makes the first page large enough for `count` words, up to a full page. REQUIRES: empty.
+  void start(std::size_t count) {
+    std::size_t capacity = first_capacity;
+    while (capacity < count && capacity < Capacity)
+      capacity *= 2;
+    m_root = m_last = make_page(std::min(capacity, Capacity), 0);
+  }
+
+  /// Adds a word above all others. REQUIRES: started.
   void append(Word word, void* item) {
-    if (m_root != nullptr) m_root->shortcut.forget();
-    if (m_last != nullptr && !m_last->full()) {
+    m_root->shortcut.forget();
+    if (!m_last->full()) {
       m_last->entries()[m_last->count++] = {word, item};
     } else {
       append_to_full(word, item);
@@ -246,11 +254,6 @@ void* WordIndex<Capacity>::walk_down(Word word, std::size_t count) const noexcep
 
 template <std::size_t Capacity>
 void WordIndex<Capacity>::append_to_full(Word word, void* item) {
-  if (m_root == nullptr) {
-    m_root = m_last = make_page(first_capacity, 0);
-    m_root->insert(0, {word, item});
-    return;
-  }
   Path path;
   for (Page* page = m_root;; page = page->child(page->count - 1)) {
     path.pages[page->level] = page;
