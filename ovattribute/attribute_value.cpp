@@ -47,8 +47,8 @@ int compare_nocase(const std::string& a, const std::string& b) noexcept {
 constinit const AttributeValue AttributeValue::null;
 
 AttributeValue::AttributeValue(const ValueTypeId& type) : m_holder(empty_storage(type)) {}
-AttributeValue::AttributeValue(std::string value)
-    : m_holder(impl::ValueFactory<std::string>::create_value(std::move(value))) {}
+AttributeValue::AttributeValue(std::string&& text)
+    : m_holder(impl::ValueFactory<std::string>::create_value(std::move(text))) {}
 AttributeValue::AttributeValue(const char* text)
     : AttributeValue(ovcore::SourceString(text).view()) {}
 AttributeValue::AttributeValue(const char* text, std::size_t size)

@@ -139,7 +139,8 @@ class OV_EXPORT AttributeValue {
       : m_holder(impl::ValueFactory<long long>::create_value(impl::to_integer(value))) {}
   AttributeValue(double value) : m_holder(impl::ValueFactory<double>::create_value(value)) {}
   AttributeValue(float value) : AttributeValue(double{value}) {}
-  AttributeValue(std::string value);
+  AttributeValue(const std::string& text) : AttributeValue(std::string_view(text)) {}
+  AttributeValue(std::string&& text);
   AttributeValue(const char* text);
   AttributeValue(const char* text, std::size_t size);
   AttributeValue(std::string_view text);
