@@ -15,8 +15,9 @@ FILE = pathlib.Path(__file__).resolve().parent / "budget.txt"
 TOLERANCE = 0.02  # of instructions; those of interning depend on a secret of the process
 HEADING = """\
 # What the operations of `budget` may cost; scripts/budget compares, scripts/budget --update writes.
-# Instructions and allocations, with their bytes, of this library in one call. Sealing is counted
-# without instructions: most are of libcrypto and depend on the processor.
+# Instructions and allocations, with their bytes, of this library in one call: instructions when the
+# thread keeps memory of the call before, allocations when it keeps none. Sealing is counted without
+# instructions: most are of libcrypto and depend on the processor.
 """
 
 

@@ -8,11 +8,13 @@
 #include "ovattribute/error_codes.h"
 #include "ovattribute/nesting.h"
 #include "ovcore/error_composer.h"
+#include "ovcore/impl/small_memory.h"
 
 namespace ovattribute {
 namespace {
 
 using Holder = AttributeMapBase::MapHolder;
+using ovcore::impl::SmallMemory;
 
 ovcore::SourceLocation location(const char* function, std::uint32_t line) {
   return {"ovattribute/attribute_map", function, line};
@@ -52,16 +54,27 @@ void Holder::operator delete(MapHolder* holder, std::destroying_delete_t) noexce
   --t_destruction_level;
 }
 
+void* Holder::operator new(std::size_t size) {
+  return SmallMemory::take(size);
+}
+
+void Holder::operator delete(void* memory, std::size_t size) noexcept {
+  SmallMemory::give(memory, size);
+}
+
 void Holder::destroy() noexcept {
+  const std::size_t size = m_size;
   this->~MapHolder();
-  ::operator delete(static_cast<void*>(this));
+  SmallMemory::give(this, size);
 }
 
 ovcore::RefCountPtr<Holder> Holder::make(std::size_t room) {
   constexpr std::size_t size =
       (sizeof(MapHolder) + Map::room_alignment - 1) / Map::room_alignment * Map::room_alignment;
-  auto* const memory = static_cast<std::byte*>(::operator new(size + Map::room_size(room)));
+  const std::size_t whole = size + Map::room_size(room);
+  auto* const memory = static_cast<std::byte*>(SmallMemory::take(whole));
   auto* const holder = ::new (static_cast<void*>(memory)) MapHolder();
+  holder->m_size = whole;
   holder->map.lend_room(memory + size, room);
   return ovcore::RefCountPtr<MapHolder>::adopt(holder);
 }

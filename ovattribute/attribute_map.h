@@ -68,8 +68,8 @@ class OV_EXPORT AttributeMapBase {
     /// Maps nested in maps are destroyed one after the other once they nest deep, so that no depth
     /// overflows the stack.
     static void operator delete(MapHolder* holder, std::destroying_delete_t) noexcept;
-    static void* operator new(std::size_t size) { return ::operator new(size); }
-    static void operator delete(void* memory) noexcept { ::operator delete(memory); }
+    static void* operator new(std::size_t size);
+    static void operator delete(void* memory, std::size_t size) noexcept;
 
     Map map;
 
@@ -77,6 +77,7 @@ class OV_EXPORT AttributeMapBase {
     void destroy() noexcept;
 
     MapHolder* m_next_doomed = nullptr;
+    std::size_t m_size = sizeof(MapHolder);  // bytes, with what lies beside it
   };
 
   /// Shares the other's holder.

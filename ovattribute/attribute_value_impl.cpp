@@ -16,6 +16,7 @@
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
 #include "ovcore/exception.h"
+#include "ovcore/impl/small_memory.h"
 #include "ovcore/simple_date_time.h"
 #include "ovcore/static_instance.h"
 #include "ovcore/time.h"
@@ -70,6 +71,14 @@ void throw_array_empty_error() {
   ovcore::throw_error(
       error::ovattribute_value_cardinality_expectNonzero, "Expecting non-empty attribute value",
       {"ovattribute/attribute_value_impl", "ovattribute::impl::throw_array_empty_error()", 338});
+}
+
+void* ValueBase::operator new(std::size_t size) {
+  return ovcore::impl::SmallMemory::take(size);
+}
+
+void ValueBase::operator delete(void* memory, std::size_t size) noexcept {
+  ovcore::impl::SmallMemory::give(memory, size);
 }
 
 void ValueBase::replace(AttributeValue& owner, ValueBase* storage) noexcept {

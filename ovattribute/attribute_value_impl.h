@@ -79,6 +79,9 @@ class OV_EXPORT ValueBase {
   virtual void write_trace(std::ostream& out, const TraceFormatter& formatter,
                            unsigned level) const = 0;
 
+  static void* operator new(std::size_t size);
+  static void operator delete(void* memory, std::size_t size) noexcept;
+
  protected:
   explicit constexpr ValueBase(const ValueTypeId& type) noexcept : m_type(&type) {}
   ~ValueBase() = default;

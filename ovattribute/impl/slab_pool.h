@@ -10,6 +10,8 @@
 #include <new>
 #include <utility>
 
+#include "ovcore/impl/small_memory.h"
+
 namespace ovattribute::impl {
 
 /// Hands out room for nodes of one type from a few slabs, in ascending order within each. Room that
@@ -152,13 +154,13 @@ class SlabPool {
   }
   void add_slab(std::size_t capacity) {
     capacity = std::min<std::size_t>(capacity, std::numeric_limits<std::int32_t>::max());
-    void* const memory = ::operator new(lent_size(capacity));
+    void* const memory = ovcore::impl::SmallMemory::take(lent_size(capacity));
     m_newest = ::new (memory)
         Slab{m_newest, 0, 0, static_cast<std::uint32_t>(capacity) & 0x7fffffff, false};
   }
   void drop_newest() noexcept {
     Slab* const slab = std::exchange(m_newest, m_newest->older);
-    if (!slab->is_lent) ::operator delete(slab);
+    if (!slab->is_lent) ovcore::impl::SmallMemory::give(slab, lent_size(slab->capacity));
   }
 
   Slab* m_newest = nullptr;

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "ovattribute/attribute_value_impl.h"
+#include "ovcore/impl/small_memory.h"
 
 namespace ovattribute::impl {
 
@@ -25,24 +26,29 @@ class StorageBlock {
  public:
   using Storage = RefCountedValueImpl<std::string>;
 
-  static StorageBlock* make(std::size_t capacity) {
-    void* const memory = ::operator new(sizeof(StorageBlock) + capacity * sizeof(Storage));
+  static StorageBlock* make(std::uint32_t capacity) {
+    void* const memory = ovcore::impl::SmallMemory::take(size_of(capacity));
     return ::new (memory) StorageBlock(capacity);
   }
   [[nodiscard]] void* place(std::size_t index) noexcept {
     return reinterpret_cast<std::byte*>(this + 1) + index * sizeof(Storage);
   }
-  void let_go(std::size_t places) noexcept {
+  void let_go(std::uint32_t places) noexcept {
     if (m_in_use.load(std::memory_order_acquire) == places ||
         m_in_use.fetch_sub(places, std::memory_order_acq_rel) == places) {
-      ::operator delete(this);
+      ovcore::impl::SmallMemory::give(this, size_of(m_capacity));
     }
   }
 
  private:
-  explicit StorageBlock(std::size_t capacity) noexcept : m_in_use(capacity) {}
+  explicit StorageBlock(std::uint32_t capacity) noexcept
+      : m_in_use(capacity), m_capacity(capacity) {}
+  static constexpr std::size_t size_of(std::size_t capacity) noexcept {
+    return sizeof(StorageBlock) + capacity * sizeof(Storage);
+  }
 
-  alignas(Storage) std::atomic<std::size_t> m_in_use;
+  alignas(Storage) std::atomic<std::uint32_t> m_in_use;
+  const std::uint32_t m_capacity;
 };
 
 /// Makes String storage, several to a piece of memory: neighbours in a document are mostly given up
@@ -88,7 +94,7 @@ class StringMaker {
   }
 
  private:
-  static constexpr std::size_t max_capacity = 8;
+  static constexpr std::uint32_t max_capacity = 8;
   static constexpr std::size_t recent_count = 32;
 
   /// A short text that came lately, and its storage once it came again.
@@ -106,14 +112,14 @@ class StringMaker {
   }
 
   void add_block() {
-    const std::size_t capacity = std::min(2 * m_capacity, max_capacity);
+    const std::uint32_t capacity = std::min(2 * m_capacity, max_capacity);
     m_block = StorageBlock::make(capacity);
     m_left = m_capacity = capacity;
   }
 
   StorageBlock* m_block = nullptr;
-  std::size_t m_capacity = 1;  // of the block; documents of few strings begin with a small one
-  std::size_t m_left = 0;      // places in it that are not used
+  std::uint32_t m_capacity = 1;  // of the block; documents of few strings begin with a small one
+  std::uint32_t m_left = 0;      // places in it that are not used
   std::array<Recent, recent_count> m_recent;
 };
 

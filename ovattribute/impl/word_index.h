@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ovattribute/impl/word_shortcut.h"
+#include "ovcore/impl/small_memory.h"
 
 namespace ovattribute::impl {
 
@@ -175,16 +176,20 @@ class WordIndex {
     Page* m_pages[max_levels + 1];
   };
 
+  static constexpr std::size_t page_size(std::size_t capacity) noexcept {
+    return sizeof(Page) + capacity * sizeof(Entry);
+  }
   static Page* make_page(std::size_t capacity, std::size_t level) {
-    void* const memory = ::operator new(sizeof(Page) + capacity * sizeof(Entry));
+    void* const memory = ovcore::impl::SmallMemory::take(page_size(capacity));
     Page* const page = ::new (memory)
         Page{0, static_cast<std::uint16_t>(capacity), static_cast<std::uint16_t>(level)};
     std::fill_n(page->entries(), capacity, Entry{filler, nullptr});
     return page;
   }
   static void free_page(Page* page) noexcept {
+    const std::size_t size = page_size(page->capacity);
     page->~Page();
-    ::operator delete(page);
+    ovcore::impl::SmallMemory::give(page, size);
   }
   // As deep as the tree is high.
   static void destroy(Page* page) noexcept {

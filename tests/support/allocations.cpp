@@ -56,10 +56,16 @@ void release(void* memory) noexcept {
 }  // namespace
 
 AllocationCounts allocation_counts() noexcept {
+  ovcore::impl::SmallMemory::empty();
+  return t_counts;
+}
+
+AllocationCounts heap_counts() noexcept {
   return t_counts;
 }
 
 AllocationCounts start_of_peak() noexcept {
+  ovcore::impl::SmallMemory::empty();
   t_counts.peak = t_counts.live;
   return t_counts;
 }

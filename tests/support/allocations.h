@@ -12,6 +12,8 @@
 #include <string_view>
 #include <utility>
 
+#include "ovcore/impl/small_memory.h"
+
 namespace ovtest {
 
 struct AllocationCounts {
@@ -21,17 +23,24 @@ struct AllocationCounts {
   std::int64_t live = 0;    // bytes in use; below 0 where others made what this thread frees
   std::int64_t peak = 0;    // the most that `live` was since `start_of_peak`
 };
+/// After what the thread keeps of freed memory went back to the heap.
 AllocationCounts allocation_counts() noexcept;
-/// The counts, of which `peak` begins anew.
+/// As it is.
+AllocationCounts heap_counts() noexcept;
+/// `allocation_counts`, of which `peak` begins anew.
 AllocationCounts start_of_peak() noexcept;
 
 /// Makes the n-th allocation from now on (0: the next) and every later one fail, while it lives.
+/// All memory comes from the heap meanwhile.
 class FailAllocations {
  public:
   explicit FailAllocations(std::uint64_t after) noexcept;
   ~FailAllocations();
   FailAllocations(const FailAllocations&) = delete;
   FailAllocations& operator=(const FailAllocations&) = delete;
+
+ private:
+  const ovcore::impl::SmallMemory::Pause m_all_from_the_heap;
 };
 
 /// Shows every block to `look` just before it is freed, while it lives: for what must be wiped.
@@ -42,11 +51,15 @@ class WatchFrees {
   ~WatchFrees();
   WatchFrees(const WatchFrees&) = delete;
   WatchFrees& operator=(const WatchFrees&) = delete;
+
+ private:
+  const ovcore::impl::SmallMemory::Pause m_all_from_the_heap;
 };
 
-/// Allocations that `f` makes.
+/// Allocations that `f` makes, none of them of what the thread keeps.
 template <class F>
 std::uint64_t allocations_of(F&& f) {
+  const ovcore::impl::SmallMemory::Pause all_from_the_heap;
   const std::uint64_t before = allocation_counts().made;
   f();
   return allocation_counts().made - before;
