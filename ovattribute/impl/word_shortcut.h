@@ -76,6 +76,7 @@ class WordShortcut {
   /// Null while there is none.
   [[nodiscard]] Table* table() const noexcept {
     const std::uintptr_t state = m_state.load(std::memory_order_acquire);
+    // Beside a mark there is no other way. NOLINTNEXTLINE(performance-no-int-to-ptr)
     return (state & counting) == 0 ? reinterpret_cast<Table*>(state) : nullptr;
   }
 
@@ -98,7 +99,7 @@ class WordShortcut {
     const auto next = table != nullptr ? reinterpret_cast<std::uintptr_t>(table.get()) : counting;
     if (m_state.compare_exchange_strong(state, next, std::memory_order_release,
                                         std::memory_order_relaxed)) {
-      table.release();  // else another thread was faster
+      static_cast<void>(table.release());  // else another thread was faster
     }
   }
 

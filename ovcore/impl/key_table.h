@@ -109,7 +109,6 @@ class OV_EXPORT KeyTable {
   struct Entries {
     /// Raises `std::bad_alloc`.
     static std::unique_ptr<Entries> make(std::size_t size);
-    // `make` takes one piece of memory for all. NOLINTNEXTLINE(misc-new-delete-overloads)
     static void operator delete(void* memory) noexcept { ::operator delete(memory); }
     std::atomic<Entry>& operator[](std::size_t h) noexcept {
       return reinterpret_cast<std::atomic<Entry>*>(this + 1)[h & mask];
