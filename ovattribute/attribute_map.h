@@ -300,9 +300,9 @@ class OV_EXPORT MutableAttributeMap : public AttributeMapBase {
   /// Adds every entry of the other map; on equal names the other map's value counts. An empty map
   /// shares the other's holder.
   MutableAttributeMap& add(const AttributeMapBase& other);
-  /// The value of that name, Null when it was absent before. Good for as long as a mutable iterator:
-  /// in `map["a"].set(map)` it is taken before the map is copied, so the holder would come to hold
-  /// itself; `map.add("a", map)` copies first.
+  /// The value of that name, Null when it was absent before. Good for as long as a mutable
+  /// iterator: in `map["a"].set(map)` it is taken before the map is copied, so the holder would
+  /// come to hold itself; `map.add("a", map)` copies first.
   AttributeValue& operator[](const AttributeName& name);
 
   /// An entry that exists already is kept, and `false` returned.
