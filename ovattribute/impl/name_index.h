@@ -30,22 +30,23 @@ class NameIndex {
 
   /// Null when the name is not there.
   [[nodiscard]] const Entry* find(const AttributeName& name) const noexcept {
-    const Entry& entry = m_entries[slot_of(name.key().key_value())];
+    const Entry& entry = m_entries[slot_of(name)];
     return entry.package != vacant ? &entry : nullptr;
   }
   /// The entry of the name; vacant, to be filled in, when it was not there.
   [[nodiscard]] Entry& enter(const AttributeName& name) noexcept {
-    const std::uintptr_t token = name.key().key_value();
-    Entry& entry = m_entries[slot_of(token)];
-    entry.token = token;
+    Entry& entry = m_entries[slot_of(name)];
+    entry.token = name.key().key_value();
     return entry;
   }
 
  private:
-  // Where the token is, or where it would be. At most two thirds of the slots are in use.
-  [[nodiscard]] std::size_t slot_of(std::uintptr_t token) const noexcept {
+  // Where the name is, or where it would be. At most two thirds of the slots are in use. By the
+  // hash, which has a secret in it: addresses of tokens tell in which order names came.
+  [[nodiscard]] std::size_t slot_of(const AttributeName& name) const noexcept {
+    const std::uintptr_t token = name.key().key_value();
     const std::size_t mask = (std::size_t{1} << m_bits) - 1;
-    std::size_t slot = static_cast<std::size_t>(token * 0x9e3779b97f4a7c15 >> (64 - m_bits));
+    std::size_t slot = name.hash() >> (64 - m_bits);
     while (m_entries[slot].package != vacant && m_entries[slot].token != token)
       slot = (slot + 1) & mask;
     return slot;

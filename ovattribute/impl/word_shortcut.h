@@ -27,7 +27,7 @@ class WordShortcut {
     /// Raises `std::bad_alloc`.
     static std::unique_ptr<Table> make(std::size_t count) {
       const auto bits = static_cast<unsigned>(std::bit_width(2 * count - 1));
-      const std::size_t size = (std::size_t{1} << bits) + most_steps + 1;
+      const std::size_t size = (std::size_t{1} << bits) + most_steps;
       void* const memory = ::operator new(sizeof(Table) + size * sizeof(Entry));
       std::unique_ptr<Table> table(::new (memory) Table(64 - bits));
       std::uninitialized_fill_n(table->entries(), size, Entry{0, nullptr});
@@ -37,12 +37,12 @@ class WordShortcut {
 
     /// The item of `word`; null when the word is absent.
     [[nodiscard]] void* find(Word word) noexcept {
-      const Entry* entry = place_of(word);
-      while (entry->word != word && entry->item != nullptr)
-        ++entry;
-      return entry->item;
+      const Entry* const first = place_of(word);
+      for (const Entry* entry = first; entry != first + most_steps; ++entry)
+        if (entry->word == word || entry->item == nullptr) return entry->item;
+      return nullptr;
     }
-    /// False when too many places are taken where the word belongs. The last of all stays vacant.
+    /// False when too many places are taken where the word belongs.
     bool insert(Word word, void* item) noexcept {
       Entry* const first = place_of(word);
       Entry* const vacant = std::find_if(first, first + most_steps,
