@@ -1,9 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ovcore/impl/small_memory.h"
 
+#include <pthread.h>
+
+#include <atomic>
 #include <utility>
 
 namespace ovcore::impl {
+namespace {
+
+/// Calls `end` when a thread ends that has set it. Unlike a `thread_local` object it takes no
+/// memory that could be missing, and is there for what other keys' destructors give back.
+class AtThreadsEnd {
+ public:
+  explicit AtThreadsEnd(void (*end)(void*)) noexcept
+      : m_made(::pthread_key_create(&m_key, end) == 0) {}
+  AtThreadsEnd(const AtThreadsEnd&) = delete;
+  AtThreadsEnd& operator=(const AtThreadsEnd&) = delete;
+  ~AtThreadsEnd() {  // at the process's end, or when a module is unloaded that this is linked into
+    if (m_made && !s_gone.exchange(true)) ::pthread_key_delete(m_key);
+  }
+  [[nodiscard]] bool set(const void* value) const noexcept {
+    return m_made && !s_gone && ::pthread_setspecific(m_key, value) == 0;
+  }
+
+ private:
+  static inline constinit std::atomic<bool> s_gone = false;
+
+  pthread_key_t m_key;
+  bool m_made;
+};
+
+}  // namespace
 
 constinit thread_local SmallMemory::Kept SmallMemory::t_kept{};
 
@@ -12,11 +40,8 @@ void SmallMemory::give_to_full(void* memory, std::size_t n) noexcept {
   static_assert(class_of(largest_fine) == fine_classes - 1 && most_kept(1) < 1 << 16);
   Kept& kept = t_kept;
   if (kept.state != State::unused || kept.pauses > 0) return ::operator delete(memory);
-  struct End {
-    ~End() { end(); }
-  };
-  static thread_local const End at_end;
-  static_cast<void>(&at_end);
+  static const AtThreadsEnd at_end([](void*) { end(); });
+  if (!at_end.set(&kept)) return ::operator delete(memory);
   kept.state = State::in_use;
   make_room(kept);
   give(memory, size_of(n));

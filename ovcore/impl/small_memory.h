@@ -24,10 +24,9 @@ namespace ovcore::impl {
 
 /// Blocks that a thread gave back and has at hand for the next who asks, in front of the global
 /// `operator new`. There is no pool behind: each block is one of the heap, and goes back to it when
-/// the thread keeps enough of its class already, or ends. So a block may be given back on another
-/// thread than it was taken on, and no lock is taken. What other objects with a destructor at the
-/// thread's end give back later goes to the heap at once. Under a sanitizer nothing is kept, so
-/// that it sees every use of what was given back.
+/// the thread keeps enough of its class already, or ends; the main thread's end is the process's.
+/// So a block may be given back on another thread than it was taken on, and no lock is taken. Under
+/// a sanitizer nothing is kept, so that it sees every use of what was given back.
 class OV_EXPORT SmallMemory {
  public:
   static constexpr bool keeps = OV_SMALL_MEMORY_KEEPS;

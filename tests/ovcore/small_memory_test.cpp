@@ -2,11 +2,13 @@
 #include "ovcore/impl/small_memory.h"
 
 #include <malloc.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <cstring>
 #include <set>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/allocations.h"
@@ -68,27 +70,46 @@ TEST(SmallMemory, KeepsWhatAnotherThreadTookUpToTheBound) {
   }
 }
 
-std::int64_t g_live_at_end = 1;
-std::uint64_t g_frees_after_end = 0;
+/// Looks at the thread in the destructor of a key that comes after that of `SmallMemory`.
+struct LookAtEnd {
+  bool frees_at_end;  // else before
+  std::int64_t live_before = 0;
+  std::int64_t live_at_end = 1;
+  std::uint64_t frees_after_end = 0;
 
-TEST(SmallMemory, NothingIsKeptBeyondTheThreadsEnd) {
-  // Made before the thread's first free: destroyed after what belongs to that.
-  struct Late {
-    ~Late() {
-      g_live_at_end = ovtest::heap_counts().live - live_before;
-      g_frees_after_end = frees_of([] { SmallMemory::give(SmallMemory::take(40), 40); });
-    }
-    std::int64_t live_before = 0;
-  };
-  std::thread([] {
-    thread_local Late late;
-    late.live_before = ovtest::heap_counts().live;
+  static inline pthread_key_t key;
+  static void fill() {
     for (std::size_t size = 1; size <= SmallMemory::largest; ++size)
       give_all(take_all(5, size), size);
-    EXPECT_EQ(ovtest::heap_counts().live > late.live_before, SmallMemory::keeps);
-  }).join();
-  EXPECT_LE(g_live_at_end, 0) << "the thread also frees what it was started with";
-  EXPECT_EQ(g_frees_after_end, 1u);
+  }
+  static void destroy(void* look) {
+    auto& self = *static_cast<LookAtEnd*>(look);
+    if (std::exchange(self.frees_at_end, false)) {
+      fill();
+      ::pthread_setspecific(key, look);  // comes once more
+      return;
+    }
+    self.live_at_end = ovtest::heap_counts().live - self.live_before;
+    self.frees_after_end = frees_of([] { SmallMemory::give(SmallMemory::take(40), 40); });
+  }
+};
+
+TEST(SmallMemory, NothingIsKeptBeyondTheThreadsEnd) {
+  SmallMemory::give(SmallMemory::take(1), 1);  // its key first
+  ASSERT_EQ(::pthread_key_create(&LookAtEnd::key, LookAtEnd::destroy), 0);
+  for (const bool frees_at_end : {false, true}) {
+    LookAtEnd look{.frees_at_end = frees_at_end};
+    std::thread([&look] {
+      ::pthread_setspecific(LookAtEnd::key, &look);
+      look.live_before = ovtest::heap_counts().live;
+      if (look.frees_at_end) return;
+      LookAtEnd::fill();
+      EXPECT_EQ(ovtest::heap_counts().live > look.live_before, SmallMemory::keeps);
+    }).join();
+    EXPECT_LE(look.live_at_end, 0) << "the thread also frees what it was started with";
+    EXPECT_EQ(look.frees_after_end, 1u);
+  }
+  ::pthread_key_delete(LookAtEnd::key);
 }
 
 }  // namespace
