@@ -34,6 +34,9 @@ void mark_tokens(const void* tokens, std::size_t size, bool live) noexcept {
 #endif
 }
 
+// Entries begin on a page of their own, whatever the size of pages.
+constexpr std::size_t before_entries = std::size_t{1} << 16;
+
 }  // namespace
 
 KeyArena::~KeyArena() {
@@ -54,7 +57,8 @@ KeyToken* KeyArena::allocate() {
   } else {
     ++chunk.fresh;
   }
-  if (chunk.live++ == 0) m_spare = false;
+  ++chunk.live;
+  if (m_spare == m_roomy) m_spare = none;
   if (chunk.live == tokens_per_chunk) unlink(m_roomy);
   return token;
 }
@@ -63,10 +67,10 @@ void KeyArena::release(KeyToken* token) noexcept {
   const std::uint32_t index = chunk_of(token);
   Chunk& chunk = m_chunks[index];
   if (chunk.live-- == tokens_per_chunk) link(index);
-  if (chunk.live > 0 || !m_spare) {
+  if (chunk.live > 0 || m_spare == none) {
     token->next_free = std::exchange(chunk.free, token);
     mark_tokens(token, sizeof *token, false);
-    if (chunk.live == 0) m_spare = true;
+    if (chunk.live == 0) m_spare = index;
     return;
   }
   mark_tokens(chunk.tokens, chunk_size, false);
@@ -86,7 +90,6 @@ void KeyArena::add_chunk() {
   }
   region.used += chunk_size;
   mark_tokens(memory, chunk_size, false);
-  m_spare = true;
   link(static_cast<std::uint32_t>(m_chunks.size() - 1));
 }
 
@@ -136,10 +139,22 @@ void KeyArena::unlink(std::uint32_t index) noexcept {
 }
 
 std::unique_ptr<KeyTable::Entries> KeyTable::Entries::make(std::size_t size) {
-  void* memory = ::operator new(sizeof(Entries) + size * sizeof(std::atomic<Entry>));
-  std::unique_ptr<Entries> entries(::new (memory) Entries{size - 1, nullptr});
-  std::uninitialized_value_construct_n(&(*entries)[0], size);
-  return entries;
+  void* const memory = ::mmap(nullptr, before_entries + size * sizeof(Entry),
+                              PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) throw std::bad_alloc();
+  std::byte* const place = static_cast<std::byte*>(memory) + before_entries - sizeof(Entries);
+  return std::unique_ptr<Entries>(::new (place) Entries{size - 1});
+}
+
+void KeyTable::Entries::operator delete(Entries* entries, std::destroying_delete_t) noexcept {
+  const std::size_t size = before_entries + (entries->mask + 1) * sizeof(Entry);
+  ::munmap(reinterpret_cast<std::byte*>(entries + 1) - before_entries, size);
+}
+
+void KeyTable::Entries::clear() noexcept {
+  if (::madvise(this + 1, (mask + 1) * sizeof(Entry), MADV_DONTNEED) == 0) return;
+  for (std::size_t i = 0; i <= mask; ++i)  // the pages are locked
+    (*this)[i].store(0, std::memory_order_relaxed);
 }
 
 void KeyTable::Entries::insert(KeyToken* token) noexcept {
@@ -166,14 +181,16 @@ void KeyTable::Entries::erase(KeyToken* token) noexcept {
   (*this)[gap].store(0, std::memory_order_relaxed);
 }
 
-KeyTable::KeyTable() : m_owned(Entries::make(256)) {
-  m_entries.store(m_owned.get(), std::memory_order_relaxed);
+KeyTable::KeyTable() {
+  m_sizes[0] = Entries::make(smallest);
+  m_entries.store(m_sizes[0].get(), std::memory_order_relaxed);
   fill_random(m_secret, sizeof m_secret);
 }
 
 KeyTable::~KeyTable() {
-  for (std::size_t i = 0; i <= m_owned->mask; ++i) {
-    KeyToken* token = token_of((*m_owned)[i].load(std::memory_order_relaxed));
+  Entries& entries = *m_sizes[m_size];
+  for (std::size_t i = 0; i <= entries.mask; ++i) {
+    KeyToken* token = token_of(entries[i].load(std::memory_order_relaxed));
     if (token != nullptr) std::destroy_at(&token->text);
   }
 }
@@ -182,38 +199,43 @@ KeyToken* KeyTable::find_or_insert(SourceString text, std::size_t h, KeyToken* w
   if (wrong != nullptr) release(wrong);
   const std::lock_guard guard(m_mutex);
   // What is listed keeps its text until the lock is given up, also when its references are gone.
-  KeyToken* token = find_if(
-      *m_owned, h, [&](KeyToken* known) { return equal(known->text, text) && hold(known); });
+  KeyToken* token = find_if(*m_sizes[m_size], h, [&](KeyToken* known) {
+    return equal(known->text, text) && hold(known);
+  });
   if (token != nullptr) return token;
 
   std::string copy = text.str();
-  if (m_count * 4 >= m_owned->mask * 3) grow();
+  if (m_count * 4 >= m_sizes[m_size]->mask * 3) use_size(m_size + 1);
   token = m_arena.allocate();
   ::new (&token->text) std::string(std::move(copy));
   token->hash.store(h, std::memory_order_relaxed);
-  m_owned->insert(token);
+  m_sizes[m_size]->insert(token);
   token->refs.store(1, std::memory_order_release);
   ++m_count;
   return token;
 }
 
-void KeyTable::grow() {
-  std::unique_ptr<Entries> larger = Entries::make((m_owned->mask + 1) * 2);
-  for (std::size_t i = 0; i <= m_owned->mask; ++i) {
-    KeyToken* token = token_of((*m_owned)[i].load(std::memory_order_relaxed));
-    if (token != nullptr) larger->insert(token);
+/// Raises `std::bad_alloc` when this size was never used.
+void KeyTable::use_size(std::size_t n) {
+  if (m_sizes[n] == nullptr) m_sizes[n] = Entries::make(smallest << n);
+  Entries& from = *m_sizes[m_size];
+  for (std::size_t i = 0; i <= from.mask; ++i) {
+    KeyToken* token = token_of(from[i].load(std::memory_order_relaxed));
+    if (token != nullptr) m_sizes[n]->insert(token);
   }
-  larger->replaced = std::move(m_owned);
-  m_owned = std::move(larger);
-  m_entries.store(m_owned.get(), std::memory_order_release);
+  m_entries.store(m_sizes[n].get(), std::memory_order_release);
+  m_size = n;
+  from.clear();
 }
 
 void KeyTable::reclaim(KeyToken* token) noexcept {
   const std::lock_guard guard(m_mutex);
-  m_owned->erase(token);
+  m_sizes[m_size]->erase(token);
   --m_count;
   std::destroy_at(&token->text);
   m_arena.release(token);
+  // Down to a quarter, which is a quarter full then; there was one of that size before.
+  if (smallest << m_size > never_shrunk && m_count < smallest << m_size >> 4) use_size(m_size - 2);
 }
 
 std::size_t KeyTable::size() const noexcept {

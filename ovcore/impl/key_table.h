@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include "ovcore/export.h"
@@ -68,7 +69,7 @@ class KeyArena {
   std::vector<Region> m_regions;
   std::vector<Chunk> m_chunks;
   std::uint32_t m_roomy = none;  // first chunk with room
-  bool m_spare = false;          // whether an empty chunk still holds its pages
+  std::uint32_t m_spare = none;  // the empty chunk that still holds its pages
 };
 
 /// A hash table in which texts that are known are found without a lock. Exported so that tests can
@@ -79,9 +80,9 @@ class KeyArena {
 /// from the list under the lock, when it has no references, and until then gets none, since `hold`
 /// adds to those that are there.
 ///
-/// Who finds without the lock meets tokens in any state, and may miss one while entries move. A
-/// reference that is held together with the right text makes a token the right one, whatever way
-/// led to it; all else is settled under the lock.
+/// Who finds without the lock meets tokens in any state, and may miss one while entries move or
+/// when it looks where entries were before. A reference that is held together with the right text
+/// makes a token the right one, whatever way led to it; all else is settled under the lock.
 class OV_EXPORT KeyTable {
  public:
   KeyTable();
@@ -104,21 +105,23 @@ class OV_EXPORT KeyTable {
   static constexpr Entry tag_mask = alignof(KeyToken) - 1;
 
   /// `mask + 1` entries, which lie behind it, a quarter of them 0: each where the hash says, or in
-  /// the next place that was free. What it replaced is kept, because somebody may still read it;
-  /// all of that together is smaller than what is in use.
+  /// the next place that was free.
   struct Entries {
     /// Raises `std::bad_alloc`.
     static std::unique_ptr<Entries> make(std::size_t size);
-    static void operator delete(void* memory) noexcept { ::operator delete(memory); }
+    static void operator delete(Entries* entries, std::destroying_delete_t) noexcept;
     std::atomic<Entry>& operator[](std::size_t h) noexcept {
       return reinterpret_cast<std::atomic<Entry>*>(this + 1)[h & mask];
     }
     void insert(KeyToken* token) noexcept;
     void erase(KeyToken* token) noexcept;
+    /// All are 0 afterwards, and their pages are the system's.
+    void clear() noexcept;
 
-    std::size_t mask;
-    std::unique_ptr<Entries> replaced;
+    const std::size_t mask;
   };
+  static constexpr std::size_t smallest = 256;
+  static constexpr std::size_t never_shrunk = 8192;  // 64 KiB
 
   static KeyToken* token_of(Entry entry) noexcept {
     // Beside a tag there is no other way. NOLINTNEXTLINE(performance-no-int-to-ptr)
@@ -132,13 +135,16 @@ class OV_EXPORT KeyTable {
   static KeyToken* find_if(Entries& entries, std::size_t h, F accept);
   /// Gives up the reference to `wrong` first, unless it is null.
   KeyToken* find_or_insert(SourceString text, std::size_t h, KeyToken* wrong);
-  void grow();
+  void use_size(std::size_t n);
 
   std::uint64_t m_secret[3];
-  std::atomic<Entries*> m_entries;  // `m_owned`
+  std::atomic<Entries*> m_entries;  // `m_sizes[m_size]`
   // What follows is for the holder of the lock.
   alignas(64) mutable std::mutex m_mutex;
-  std::unique_ptr<Entries> m_owned;
+  // Of `smallest` entries, twice as many, and so on; null where it was not needed. Those that are
+  // not in use are cleared and kept, because somebody may still read there.
+  std::unique_ptr<Entries> m_sizes[40];
+  std::size_t m_size = 0;
   std::size_t m_count = 0;
   KeyArena m_arena;
 };

@@ -2,8 +2,10 @@
 #include "ovcore/string_key.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <fstream>
 #include <mutex>
 #include <set>
 #include <sstream>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "ovcore/impl/key_table.h"
+#include "ovcore/impl/small_memory.h"
 #include "ovcore/static_instance.h"
 
 namespace ovcore {
@@ -87,9 +90,9 @@ TEST(StringKey, OrderIsThatOfFirstUse) {
 TEST(KeyTable, GivesChunksBackAndUsesSlotsAgain) {
   impl::KeyTable table;
   std::set<const void*> first_round;
-  for (int round = 0; round < 3; ++round) {
+  for (int round = 0; round < 3; ++round) {  // the table grows and shrinks in each
     std::vector<impl::KeyToken*> tokens;
-    for (int i = 0; i < 5000; ++i) {
+    for (int i = 0; i < 20000; ++i) {
       tokens.push_back(table.intern("a text too long to be held in place " + std::to_string(i)));
       if (round == 0) {
         first_round.insert(tokens.back());
@@ -97,7 +100,7 @@ TEST(KeyTable, GivesChunksBackAndUsesSlotsAgain) {
         EXPECT_TRUE(first_round.contains(tokens.back()));
       }
     }
-    EXPECT_EQ(table.size(), 5000u);
+    EXPECT_EQ(table.size(), 20000u);
     for (const std::size_t first : {0, 1}) {  // what is left is found when its neighbours are gone
       for (std::size_t i = first; i < tokens.size(); i += 2) {
         const std::string text = "a text too long to be held in place " + std::to_string(i);
@@ -108,6 +111,32 @@ TEST(KeyTable, GivesChunksBackAndUsesSlotsAgain) {
       }
     }
     EXPECT_EQ(table.size(), 0u);
+  }
+}
+
+std::size_t resident_bytes() {
+  std::ifstream statm("/proc/self/statm");
+  std::size_t size = 0, resident = 0;
+  statm >> size >> resident;
+  return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+// Each round needs fewer names, and drops the newest first, so that other chunks become empty.
+TEST(KeyTable, NamesThatAreGoneTakeNoMemory) {
+  if (!impl::SmallMemory::keeps) GTEST_SKIP() << "a sanitizer takes memory of its own";
+  constexpr std::size_t most = 1 << 16;
+  impl::KeyTable table;
+  std::vector<impl::KeyToken*> tokens(most);
+  const std::size_t before = resident_bytes();
+  for (std::size_t count = most; count > 0; count -= 2048) {
+    for (std::size_t i = 0; i < count; ++i)
+      tokens[i] = table.intern(std::to_string(i));
+    if (count == most) {
+      EXPECT_GT(resident_bytes(), before + most * sizeof(impl::KeyToken));
+    }
+    for (std::size_t i = count; i-- > 0;)
+      table.release(tokens[i]);
+    EXPECT_LT(resident_bytes(), before + (1u << 20)) << count;
   }
 }
 
@@ -148,7 +177,8 @@ TEST(StringKey, ManyThreadsInternAndDropTheSameTexts) {
   EXPECT_EQ(StringKey::interned_count(), before);
 }
 
-// Tokens of a few texts come and go all the time, while the table grows and gives chunks back.
+// Tokens of a few texts come and go all the time, while the table grows, shrinks and gives chunks
+// back.
 TEST(KeyTable, NoTwoTokensOfOneTextAreHeldAtOnce) {
   struct Held {
     std::mutex mutex;
@@ -181,7 +211,7 @@ TEST(KeyTable, NoTwoTokensOfOneTextAreHeldAtOnce) {
   const auto come_and_go = [&](std::size_t id) {
     for (int round = 0; round < 6; ++round) {
       std::vector<impl::KeyToken*> tokens;
-      for (std::size_t i = 0; i < 3000; ++i)
+      for (std::size_t i = 0; i < 8000; ++i)
         tokens.push_back(table.intern(std::to_string(i * 2 + id)));
       for (std::size_t i = 0; i < tokens.size(); ++i) {
         wrong += tokens[i]->text != std::to_string(i * 2 + id);
