@@ -9,12 +9,8 @@
 
 namespace ovcrypto {
 
-/// Overwrites bytes with zero, also where the compiler sees that nobody reads them again. A block
-/// on the stack costs a store or two that way, and no call.
-inline void wipe(void* memory, std::size_t size) noexcept {
-  if (size > 0) std::memset(memory, 0, size);
-  asm volatile("" : : "r"(memory) : "memory");  // as if somebody did
-}
+/// Overwrites bytes with zero, also where the compiler sees that nobody reads them again.
+OV_EXPORT void wipe(void* memory, std::size_t size) noexcept;
 
 /// Takes the same time wherever and whether the bytes differ.
 [[nodiscard]] OV_EXPORT bool equal_in_constant_time(const void* a, const void* b,
