@@ -27,16 +27,17 @@
 
 namespace ovattribute {
 
-/// Integer types in the sense of numbers: neither Boolean nor characters.
+/// Integer types in the sense of numbers: neither Boolean nor characters, of at most 64 bits.
 template <class I>
-concept IntegerType = std::integral<I> && !std::same_as<I, bool> && !std::same_as<I, char> &&
+concept IntegerType = std::integral<I> && sizeof(I) <= sizeof(long long) &&
+                      !std::same_as<I, bool> && !std::same_as<I, char> &&
                       !std::same_as<I, wchar_t> && !std::same_as<I, char8_t> &&
                       !std::same_as<I, char16_t> && !std::same_as<I, char32_t>;
 
 namespace impl {
 
 template <class C>
-concept CharacterType = std::integral<C> && !std::same_as<C, bool> && !IntegerType<C>;
+concept NotANumber = std::integral<C> && !std::same_as<C, bool> && !IntegerType<C>;
 
 /// The type in which an element given as `T` is stored.
 template <class T>
@@ -156,10 +157,10 @@ class OV_EXPORT AttributeValue {
   AttributeValue(MutableAttributeMap value);
   AttributeValue(SecuredValue value);
   AttributeValue(impl::ErrorInfoPtr value);
-  /// Characters and pointers are neither integers nor truth values.
+  /// Characters and pointers are neither integers nor truth values, and 128 bits do not fit.
   AttributeValue(std::nullptr_t) = delete;
   AttributeValue(const void*) = delete;
-  template <impl::CharacterType C>
+  template <impl::NotANumber C>
   AttributeValue(C) = delete;
 
   /// A list: `AttributeValue{1, 2, 3}`, `AttributeValue{"a", "b"}`. One element makes a list of
@@ -319,7 +320,7 @@ class OV_EXPORT AttributeValue {
     using Plain = std::remove_cvref_t<T>;
     if constexpr (impl::StoredType<Plain>) {
       return std::forward<T>(element);
-    } else if constexpr (std::integral<Plain>) {
+    } else if constexpr (IntegerType<Plain>) {
       return impl::to_integer(element);
     } else if constexpr (std::floating_point<Plain>) {
       return double{element};

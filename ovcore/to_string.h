@@ -17,7 +17,7 @@ class OV_EXPORT NumberText {
  public:
   /// Decimal.
   template <std::integral I>
-  requires(!std::same_as<I, bool>) explicit NumberText(I value) noexcept {
+  requires(!std::same_as<I, bool> && sizeof(I) <= 8) explicit NumberText(I value) noexcept {
     if constexpr (std::is_signed_v<I>) {
       set(static_cast<std::int64_t>(value));
     } else {
@@ -39,7 +39,7 @@ class OV_EXPORT NumberText {
 };
 
 template <class N>
-requires((std::integral<N> && !std::same_as<N, bool>) || std::same_as<N, double>)
+requires((std::integral<N> && !std::same_as<N, bool> && sizeof(N) <= 8) || std::same_as<N, double>)
     [[nodiscard]] std::string to_string(N value) {
   return std::string(NumberText(value).view());
 }
