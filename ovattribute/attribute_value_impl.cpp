@@ -95,7 +95,7 @@ void ValueBase::throw_subrange_range_error() {
 
 template <class T>
 const T& ValueTypeTraitsBase<T>::default_value() {
-  static const ovcore::StaticInstance<T> value;
+  static const DefaultHolder value;
   return *value;
 }
 

@@ -17,6 +17,7 @@
 #include "ovcore/error_info.h"
 #include "ovcore/export.h"
 #include "ovcore/ref_count.h"
+#include "ovcore/static_instance.h"
 
 namespace ovcore {
 class AbsoluteTime;
@@ -104,6 +105,7 @@ struct ValueTypeTraitsBase {
   [[nodiscard]] static int compare(const T& a, const T& b) { return a < b ? -1 : b < a ? 1 : 0; }
   [[nodiscard]] static bool equal(const T& a, const T& b) { return a == b; }
   [[nodiscard]] static std::size_t hash(const T& a) { return a.hash(); }
+  using DefaultHolder = ovcore::StaticInstance<T>;
   /// A default-built element, shared and never destroyed.
   [[nodiscard]] static const T& default_value();
   /// Writes a whole value of the type.

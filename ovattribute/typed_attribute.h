@@ -27,9 +27,10 @@ struct MapChecks : AttributeMapBase {
 
 }  // namespace impl
 
-/// `T` is a stored type of `AttributeValue`, or another integer type, whose values are then checked
-/// for their range (`ovattribute_value_conversion_data`). Immutable; may be shared by threads and
-/// made during static initialisation.
+/// `T` is a stored type of `AttributeValue`, or another integer type, for whose range `get` and
+/// `get_or` then check (`ovattribute_value_conversion_data`); `find` and `elements` show the
+/// `long long` that is stored. Immutable; may be shared by threads and made during static
+/// initialisation.
 ///
 /// A value of another type raises `ovattribute_value_type_mismatch`, a list where one element is
 /// asked for `ovattribute_value_cardinality_expectSingle`.
