@@ -144,18 +144,23 @@ void write_error(const Trace& trace, const impl::ErrorInfoPtr& error) {
   for (const ovcore::ErrorInfo* e = error.get(); e != nullptr; e = e->cause().get()) {
     trace.indented(line);
     if (e != error.get()) trace.out << "caused by ";
-    trace.out << e->code() << ": ";
+    write_lines(trace, e->code().text(), line);
+    trace.out << ": ";
     write_lines(trace, e->message(), line);
     for (const auto& p : e->parameters()) {
       trace.indented(line);
-      trace.out << "  " << SourceString(p.name) << "='";
+      trace.out << "  ";
+      write_lines(trace, p.name, line);
+      trace.out << "='";
       write_lines(trace, p.value, line);
       trace.out << '\'';
     }
     if (e->location() == ovcore::SourceLocation()) continue;
     trace.indented(line);
-    trace.out << "  at " << SourceString(e->location().function) << ", "
-              << SourceString(e->location().file);
+    trace.out << "  at ";
+    write_lines(trace, e->location().function, line);
+    trace.out << ", ";
+    write_lines(trace, e->location().file, line);
     if (e->location().line != 0) {
       trace.out << ':';
       trace.number(e->location().line);
@@ -203,6 +208,7 @@ void write_element(const Trace& trace, const T& value) {
 template <class T>
 void impl::ValueTypeTraitsBase<T>::write_trace(std::ostream& out, const TraceFormatter& formatter,
                                                unsigned level, std::span<const T> elements) {
+  out.width(0);  // pads what is written next, which is a piece of this
   const Trace trace{out, formatter, level};
   const auto list = [&](const TraceFormatter::ListParams& params, auto&& write) {
     write_list(trace, params, elements, [&](const T& element) { write(trace, element); });
@@ -254,7 +260,8 @@ OV_INSTANTIATE(impl::ErrorInfoPtr)
 
 void AttributeMapBase::write_trace(std::ostream& out, const TraceFormatter& formatter,
                                    unsigned level) const {
-  AttributeValue(AttributeMap(*this)).write_trace(out, formatter, level);
+  const AttributeMap map(*this);
+  impl::ValueTypeTraits<AttributeMap>::write_trace(out, formatter, level, {&map, 1});
 }
 
 void AttributeMapBase::write_trace(std::ostream& out, const char* prefix,
@@ -263,6 +270,7 @@ void AttributeMapBase::write_trace(std::ostream& out, const char* prefix,
   composer.line_prefix(prefix).map_element_prefix("\n");
   if (SourceString(prefix).empty()) composer.indent("");
   const TraceFormatter formatter = composer.compose();
+  out.width(0);
   bool first = true;
   for (const auto& [name, value] : *this) {
     if (!first) out << SourceString(separator);
@@ -283,6 +291,7 @@ std::ostream& operator<<(std::ostream& out, const AttributeMapBase& map) {
 }
 
 std::ostream& operator<<(std::ostream& out, const Attribute& attribute) {
+  out.width(0);
   return out << '\'' << attribute.name() << "' => " << attribute.value();
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <iomanip>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -156,6 +157,11 @@ TEST(Trace, LaysOutLists) {
        ovcore::ErrorInfo::create(ovcore::ErrorCode("error.a", true), "m", {{"p", "v"}}, {}),
        change().error_info_line_prefix("#").compose(), 0,
        "[ErrorInfo: \n  {#error.a: m#  p='v'\n  }]"},
+      {"error line breaks",
+       ovcore::ErrorInfo::create(ovcore::ErrorCode("error\na", true), "m", {{"p\nq", "v\nw"}},
+                                 {"f\ng", "h\r\ni", 3}),
+       change().error_info_line_prefix("#").compose(), 0,
+       "[ErrorInfo: \n  {#error#a: m#  p#q='v#w'#  at h#i, f#g:3\n  }]"},
   });
 }
 
@@ -308,11 +314,18 @@ TEST(Trace, FormattersDoNotChangeOnceComposed) {
 
 TEST(Trace, TakesNothingFromTheStreamsFlags) {
   std::ostringstream out;
-  out << std::hex << std::showpos << std::showbase << std::boolalpha << AttributeValue{255, -1}
-      << AttributeValue{true} << AttributeValue(0.5) << AttributeMap{{"a", 16}};
+  out << std::hex << std::showpos << std::showbase << std::boolalpha << std::setfill('*');
+  const auto wide = std::setw(20);
+  const AttributeMap map{{"a", 16}};
+  out << wide << AttributeValue{255, -1} << wide << AttributeValue{true} << AttributeValue(0.5)
+      << wide << map << wide << Attribute("b", "x") << wide;
+  AttributeValue("y").write_trace(out, TraceFormatter::Composer().show_type(false).compose(), 0);
+  out << wide;
+  map.write_trace(out, "> ", ";");
   EXPECT_EQ(out.str(),
             "[Integer: {255, -1}][Boolean: {true}][Double: {0.5}]"
-            "[AttributeMap: \n  {\n   'a' => [Integer: {16}]\n  }]");
+            "[AttributeMap: \n  {\n   'a' => [Integer: {16}]\n  }]"
+            "'b' => [String: {\"x\"}]{\"y\"}> 'a' => [Integer: {16}]");
 }
 
 }  // namespace
