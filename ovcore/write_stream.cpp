@@ -30,7 +30,8 @@ ssize_t write_to_pipe(int descriptor, const void* data, std::size_t size) noexce
   sigpending(&pending);
   const ssize_t written = ::write(descriptor, data, size);
   const int failure = errno;
-  if (written < 0 && failure == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+  // Who leaves while a large block passes sends the signal with the number of bytes that did.
+  if (written != static_cast<ssize_t>(size) && sigismember(&pending, SIGPIPE) == 0) {
     const timespec no_wait{};
     while (sigtimedwait(&pipe_signal, nullptr, &no_wait) < 0 && errno == EINTR) {
     }

@@ -396,6 +396,19 @@ TEST(WriteStream, AClosedTargetIsAnErrorWithoutASignal) {
   }
 }
 
+TEST(WriteStream, APipeThatClosesMeanwhileIsAnErrorToo) {
+  Channel channel = make_pipe();
+  std::thread reader([&channel] {
+    char bytes[10];
+    EXPECT_EQ(::read(channel.reader.get(), bytes, sizeof bytes), 10);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the writer waits for room
+    channel.reader.close();
+  });
+  EXPECT_ERROR(FileWriteStream(channel.writer.get()).write(std::string(1 << 20, 'x')),
+               error::ovcore_stream_write, "Writing failed: Broken pipe");
+  reader.join();
+}
+
 TEST(WriteStream, FailuresAreErrors) {
   const Descriptor full(::open("/dev/full", O_WRONLY));
   EXPECT_ERROR(FileWriteStream(full.get()).write("x"), error::ovcore_stream_write,
