@@ -9,17 +9,32 @@ import subprocess
 import time
 import unittest
 
-from tool import InFolder, ISO_CODES, start
+from tool import InFolder, start
 
 
 class Output(InFolder):
+    def large_commands(self):
+        """Commands that print more than a pipe holds."""
+        self.write("large.json", json.dumps({"a": ["x" * 1000] * 1000}))
+        self.run_tool("convert", "large.json", "-o", "large.ovb")
+        return [["show", "large.json", "--all"], ["query", "large.json", "/a"],
+                ["inspect", "large.ovb"], ["convert", "large.ovb", "--to", "json"]]
+
     def test_nobody_who_reads_is_no_failure(self):
-        with start("show", f"{ISO_CODES}/iso_639-3.json", "--all", stdout=subprocess.PIPE,
-                   stderr=subprocess.PIPE) as process:
-            process.stdout.readline()
-            process.stdout.close()
-            self.assertEqual(process.stderr.read(), b"")
-        self.assertEqual(process.returncode, 1)
+        for command in self.large_commands():
+            with self.subTest(command), start(*command, cwd=self.folder, stdout=subprocess.PIPE,
+                                              stderr=subprocess.PIPE) as process:
+                os.read(process.stdout.fileno(), 10)
+                process.stdout.close()
+                self.assertEqual(process.stderr.read(), b"")
+            self.assertEqual(process.returncode, 1)
+
+    def test_a_full_device_is_named(self):
+        for command in self.large_commands() + [["--help"]]:
+            with self.subTest(command), open("/dev/full", "wb") as full:
+                process = start(*command, cwd=self.folder, stdout=full, stderr=subprocess.PIPE)
+                self.assertIn(b"standard output: Writing failed", process.communicate()[1])
+                self.assertEqual(process.returncode, 1)
 
     def test_an_interruption_leaves_nothing(self):
         with start("convert", "-", "--lines", "-o", "out.json", stdin=subprocess.PIPE,

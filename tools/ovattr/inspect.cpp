@@ -27,7 +27,7 @@ struct Inspect {
     try {
       surprise = about_file(input_name(file), [&] { return inspect(text, known); });
     } catch (...) {
-      text.flush();  // what comes before the fault
+      if (text.good()) text.flush();  // what comes before the fault
       throw;
     }
     text.flush();

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <limits>
 #include <system_error>
 
 #include "ovcore/read_stream.h"
@@ -83,6 +84,7 @@ ovcrypto::Key KeySource::read() const {
   if (!descriptor && file.empty()) {
     throw UsageError("--key-file or --key-fd says where the key is");
   }
+  if (file == "-") throw UsageError("A key comes from standard input by --key-fd 0");
   return about_file(name(), [&] {
     if (descriptor) {
       return read_from(*ovcore::make_ref_counted<ovcore::FileReadStream>(*descriptor), name());
@@ -94,11 +96,11 @@ ovcrypto::Key KeySource::read() const {
 void add_key_options(CLI::App& command, KeySource& source) {
   CLI::Option* const file =
       command.add_option("--key-file", source.file, "The file of the key: 16 or 32 raw bytes")
-          ->option_text("FILE");
+          ->option_text("FILE (or --key-fd)");
   command
       .add_option("--key-fd", source.descriptor,
                   "An open file descriptor to read the key from, instead of a file")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(0, std::numeric_limits<int>::max()))
       ->option_text("N")
       ->excludes(file);
 }

@@ -29,10 +29,10 @@ void add_keygen(CLI::App& app) {
   command->add_option("--size", keygen->size, "Bytes: 16 for EAX_AES128, 32 for EAX_AES256")
       ->required()
       ->check(CLI::IsMember({16, 32}))
-      ->option_text("N");
+      ->option_text("N REQUIRED");
   command->add_option("-o,--output", keygen->file, "The file to create; it must not exist")
       ->required()
-      ->option_text("FILE");
+      ->option_text("FILE REQUIRED");
   command->footer(
       "The file holds the raw bytes and is for its owner only.\n\n"
       "Example:\n  ovattr keygen --size 16 -o orders.key");

@@ -76,7 +76,9 @@ int run(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     if (app.exit(e) != 0) return bad_usage;
-    return std::cout.flush() ? 0 : bad_data;
+    if (std::cout.flush()) return 0;
+    report("standard output: Writing failed");
+    return bad_data;
   } catch (const UsageError& e) {
     report(e.what());
     return bad_usage;

@@ -63,14 +63,14 @@ void add_seal(CLI::App& app) {
   add_to_option(*command, seal->writing);
   command->add_option("-o,--output", seal->writing.file, "The file to write; - is standard output")
       ->required()
-      ->option_text("FILE");
+      ->option_text("FILE REQUIRED");
   add_key_options(*command, seal->key_source);
   command->add_option("--key-category", seal->category, "The family of the key, to find it by")
       ->required()
-      ->option_text("NAME");
+      ->option_text("NAME REQUIRED");
   command->add_option("--key-id", seal->instance, "Which key of the family it is")
       ->required()
-      ->option_text("UUID");
+      ->option_text("UUID REQUIRED");
   command
       ->add_option("--cipher", seal->cipher_id,
                    "EAX_AES128 or EAX_AES256; else the one that takes keys of this size")
