@@ -79,6 +79,7 @@ AttributeValue read_serialized_attribute_value(ovjson::Reader& reader,
   try {
     return read_text(*member->as_stream(), level);
   } catch (const ovcore::Exception& e) {
+    if (e.info()->code().is_a(ovjson::error::ovjson_reader)) throw;  // of the JSON around the text
     reader.raise_error(ovjson::error::ovjson_reader,
                        "String value is not a valid ovserialize Text serialized AttributeValue.",
                        {}, json_location(), e.info());

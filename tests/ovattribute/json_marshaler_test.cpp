@@ -119,6 +119,12 @@ TEST(JsonMarshaler, KeepsTheSignOfZeroAmongDoubles) {
   }
 }
 
+TEST(JsonMarshaler, ErrorsOfTheJsonAroundATextAreItsOwn) {
+  EXPECT_ERROR(parse_json(R"({"ovserialize": "1\q"})"),
+               ovjson::error::ovjson_reader_tokenizer_syntaxError,
+               "Invalid escape: expecting one of \"\\/bfnrtu, found 'q' [line 1, pos 20]");
+}
+
 TEST(JsonMarshaler, RefusesWhatHasNoValue) {
   for (const ovtest::Row& row : ovtest::read_table("json/no_value.txt", 3)) {
     SCOPED_TRACE(row[0]);
