@@ -96,8 +96,10 @@ void AttributeNameEncoder::write_attribute_name(ovserialize::Writer& writer,
   }
   if (m_bases[place.package] == inactive) {
     m_refs.reserve(m_package_set->size());
-    write_package_ref(writer, {m_package_set->begin()[place.package], next_base()});
-    activate(place.package);
+    const std::size_t base = next_base();
+    write_package_ref(writer, {m_package_set->begin()[place.package], base});
+    writer << base + place.position;
+    return activate(place.package);
   }
   writer << m_bases[place.package] + place.position;
 }

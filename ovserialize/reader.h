@@ -33,7 +33,8 @@ class OV_EXPORT Reader {
   virtual ~Reader();
 
   /// The kind of the next item, an `ItemKind`, without reading it. Never raises malformed or
-  /// truncated: what is no item is 0.
+  /// truncated, but for what is missing of a block whose stream was left unread: what is no item
+  /// is 0.
   [[nodiscard]] virtual int item_kind() = 0;
   /// True when nothing is left. May wait for one byte.
   [[nodiscard]] virtual bool at_end() = 0;
@@ -78,7 +79,8 @@ class OV_EXPORT Reader {
   [[nodiscard]] virtual ovcore::RefCountPtr<const MemoryList> read_memory_list_as_binary() = 0;
   /// Opens a binary block for reading piece by piece. Its `remaining` is known only when the whole
   /// block is in memory. The reader's next operation skips what was not read of the block; from
-  /// then on, and once the reader is gone, the stream raises `ovserialize_reader_closed`.
+  /// then on, and once the reader is gone, the stream raises `ovserialize_reader_closed`. A block
+  /// that was read to its end may go on saying so.
   /// Raises `ovserialize_reader_size`.
   [[nodiscard]] virtual ovcore::RefCountPtr<ovcore::IReadStream> read_binary_stream() = 0;
 

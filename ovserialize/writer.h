@@ -22,7 +22,7 @@ namespace ovserialize {
 /// Writes one item after another. Used by one thread.
 ///
 /// An operation that raises an error (or `std::bad_alloc`) has written nothing of its item, except
-/// when the target of a stream failed: then every further operation raises
+/// when the target of a stream failed: then every further operation that writes raises
 /// `ovserialize_writer_closed`. Strings may hold any bytes; those that are not UTF-8 cost a few
 /// bytes more.
 class OV_EXPORT Writer {
