@@ -205,7 +205,7 @@ KeyToken* KeyTable::find_or_insert(SourceString text, std::size_t h, KeyToken* w
   if (token != nullptr) return token;
 
   std::string copy = text.str();
-  if (m_count * 4 >= m_sizes[m_size]->mask * 3) use_size(m_size + 1);
+  if (m_count * 4 >= m_sizes[m_size]->mask * 3) grow();
   token = m_arena.allocate();
   ::new (&token->text) std::string(std::move(copy));
   token->hash.store(h, std::memory_order_relaxed);
@@ -215,9 +215,13 @@ KeyToken* KeyTable::find_or_insert(SourceString text, std::size_t h, KeyToken* w
   return token;
 }
 
-/// Raises `std::bad_alloc` when this size was never used.
-void KeyTable::use_size(std::size_t n) {
-  if (m_sizes[n] == nullptr) m_sizes[n] = Entries::make(smallest << n);
+void KeyTable::grow() {
+  std::unique_ptr<Entries>& larger = m_sizes[m_size + 1];
+  if (larger == nullptr) larger = Entries::make(smallest << (m_size + 1));
+  use_size(m_size + 1);
+}
+
+void KeyTable::use_size(std::size_t n) noexcept {
   Entries& from = *m_sizes[m_size];
   for (std::size_t i = 0; i <= from.mask; ++i) {
     KeyToken* token = token_of(from[i].load(std::memory_order_relaxed));

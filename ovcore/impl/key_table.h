@@ -135,7 +135,9 @@ class OV_EXPORT KeyTable {
   static KeyToken* find_if(Entries& entries, std::size_t h, F accept);
   /// Gives up the reference to `wrong` first, unless it is null.
   KeyToken* find_or_insert(SourceString text, std::size_t h, KeyToken* wrong);
-  void use_size(std::size_t n);
+  void grow();
+  /// There is a table of that size.
+  void use_size(std::size_t n) noexcept;
 
   std::uint64_t m_secret[3];
   std::atomic<Entries*> m_entries;  // `m_sizes[m_size]`
