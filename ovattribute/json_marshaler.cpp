@@ -2,8 +2,11 @@
 #include "ovattribute/json_marshaler.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -80,10 +83,11 @@ class JsonReading {
   static constexpr std::size_t most_room = 16;
 
   [[noreturn]] void raise(ovcore::SourceString message,
-                          std::initializer_list<ovcore::ErrorInfo::Parameter> parameters = {}) {
+                          std::initializer_list<ovcore::ErrorInfo::Parameter> parameters = {},
+                          const char* function = "ovattribute::impl::read_json_array()") {
     m_walk.make_current();
     m_reader.raise_error(ovjson::error::ovjson_reader, message, parameters,
-                         {"ovattribute/json_marshaler", "ovattribute::impl::read_json_array()", 0});
+                         {"ovattribute/json_marshaler", function, 0});
   }
 
   AttributeValue read_string() {
@@ -111,17 +115,29 @@ class JsonReading {
     return d ? *d : m_walk.make_current()->as_double();  // which raises the reader's error
   }
 
-  /// The Integer that a number stands for which is not written as one. In the exact mode the least
-  /// Integer is none: numbers below it are rounded to it.
-  std::optional<long long> rounded(double d) const {
-    if (m_options.exact_integers && d == -two_to_63) return std::nullopt;
-    return integral(d);
+  /// The double that stands for a number that is no `literal`.
+  double as_rounded() {
+    const double d = as_double();
+    if (m_options.exact_integers && std::abs(d) >= two_to_63) check_digits(d);
+    return d;
+  }
+
+  /// In the exact mode an integer literal beyond 64 bits must be what the double holds, digit by
+  /// digit.
+  void check_digits(double d) {
+    const std::string_view number = m_walk.number_text();
+    if (number.find_first_of(".eE") != std::string_view::npos) return;
+    char digits[std::numeric_limits<double>::max_exponent10 + 2];  // and the sign
+    const auto end = std::to_chars(digits, std::end(digits), d, std::chars_format::fixed, 0).ptr;
+    if (number == std::string_view(digits, end)) return;
+    raise("Integer {@number} fits neither 64 bits nor a Double exactly",
+          {{"number", std::string(number)}}, "ovattribute::impl::read_json_number()");
   }
 
   AttributeValue read_number() {
     if (const auto exact = literal()) return *exact;
-    const double d = as_double();
-    if (const auto i = rounded(d)) return *i;
+    const double d = as_rounded();
+    if (const auto i = integral(d)) return *i;
     return d;
   }
 
@@ -214,9 +230,9 @@ class JsonReading {
     bool lossy = false;                    // an Integer read exactly that no double holds
     for_each_element([&] {
       std::optional<long long> i = literal();
-      const double d = i && *i != 0 ? static_cast<double>(*i) : as_double();
+      const double d = !i ? as_rounded() : *i != 0 ? static_cast<double>(*i) : as_double();
       lossy = lossy || (i && !held_by_double(*i));
-      if (!i) i = rounded(d);
+      if (!i) i = integral(d);
       if (!i && !doubles) doubles = as_doubles(*integers, minus_zeros);
       if (doubles && lossy) {
         raise("Array holds a fraction and an integer that no Double can hold.");

@@ -26,8 +26,9 @@ class Writer;
 namespace ovattribute {
 
 struct JsonReadOptions {
-  /// Integer literals that fit 64 bits are read exactly, not by way of a double; beside a fraction
-  /// in one array, where that cannot be, a literal that a double does not hold is refused.
+  /// Integer literals (no fraction, no exponent) are read exactly, not by way of a double. Beyond
+  /// 64 bits, and beside a fraction in one array, they are Doubles, and those that a double does
+  /// not hold exactly are refused.
   bool exact_integers = false;
   /// A member name that comes twice in an object is an error; else the last one counts.
   bool refuse_repeated_names = false;

@@ -62,6 +62,7 @@ class Failures(unittest.TestCase):
                 ('{\n"a": 1,\n"a": 2}', "Repeated member name 'a' [line 3, pos 1]"),
                 ('{"\\n\\u001b": 1, "\\n\\u001b": 2}', "Repeated member name '??'"),
                 ('{"a": 1} x', "[line 1, pos 10]"), ("", "Expecting JSON value"),
+                ('{"a":\n 12345678901234567890}', "nor a Double exactly [line 2, pos 2]"),
                 ('{"a": "\udc80"}', "[line 1, pos"), ("[" * 600, "[line 1, pos"),
             ]:
                 with open(path, "wb") as file:
