@@ -20,7 +20,9 @@
 #include "ovattribute/impl/map_access.h"
 #include "ovattribute/impl/string_maker.h"
 #include "ovattribute/impl/text_order.h"
+#include "ovcore/exception.h"
 #include "ovcore/static_instance.h"
+#include "ovcore/utf8.h"
 #include "ovjson/error_codes.h"
 #include "ovjson/impl/item_walk.h"
 #include "ovjson/impl/number.h"
@@ -299,7 +301,7 @@ class JsonWriting {
         break;
       }
       case ValueTypeId::idString:
-        write_elements(value, value.elements<std::string>(), false);
+        write_strings(value, value.elements<std::string>());
         break;
       case ValueTypeId::idAttributeMap: {
         const auto elements = value.elements<AttributeMap>();
@@ -318,11 +320,30 @@ class JsonWriting {
     });
   }
 
-  /// A name that the reader would refuse, or take for the lossless form.
+  /// JSON is UTF-8, a String may hold any bytes.
+  void write_strings(const AttributeValue& value, std::span<const std::string> elements) {
+    if (elements.size() != 1) {
+      const bool utf8 = std::ranges::all_of(
+          elements, [](const std::string& text) { return ovcore::is_utf8(text); });
+      return write_elements(value, elements, !utf8);
+    }
+    // The writer looks at the bytes anyhow, and writes all of a string or nothing.
+    try {
+      write_element(elements.front());
+    } catch (const ovcore::Exception& e) {
+      if (e.info()->code() != ovjson::error::ovjson_writer_unexpected_character) throw;
+      impl::write_serialized_attribute_value(m_writer, value, m_level);
+    }
+  }
+
+  /// A name that JSON cannot hold, that the reader would refuse, or take for the lossless form.
   static bool has_unreadable_name(std::span<const AttributeMap> maps) {
-    return std::ranges::any_of(maps, [](const AttributeMap& map) {
-      // The empty name is the first of all.
-      return map.exists(serialized_member()) || (!map.empty() && map.begin()->first.empty());
+    const AttributeName& serialized = serialized_member();
+    return std::ranges::any_of(maps, [&serialized](const AttributeMap& map) {
+      return std::ranges::any_of(map, [&serialized](const AttributeMap::value_type& entry) {
+        const AttributeName& name = entry.first;
+        return name.empty() || name == serialized || !ovcore::is_utf8(name.value());
+      });
     });
   }
 

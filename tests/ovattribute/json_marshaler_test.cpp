@@ -213,6 +213,9 @@ TEST(JsonMarshaler, WritesPlainJsonWhereItReadsBackTheSame) {
       {one("a\"\n"), "\"a\\\"\\n\""},
       {AttributeValue(ValueTypeId::typeString), "[]"},
       {list<std::string>({"x"}), "\"x\""},
+      {one("\xff"), "{\"ovserialize\":\"38218(h'ff')\"}"},  // no text, but any bytes are a String
+      {AttributeValue{"a", "\xff"}, R"({"ovserialize":"simple(3), [_ 2, \"a\", 38218(h'ff')]"})"},
+      {AttributeMap{{"a", "\xff"}}, "{\"a\":{\"ovserialize\":\"38218(h'ff')\"}}"},
       {one(2.0), "{\"ovserialize\":\"2.0\"}"},
       {AttributeMap{{"a", 1}}, "{\"a\":1}"},
       {AttributeMap(), "{}"},
@@ -232,9 +235,11 @@ TEST(JsonMarshaler, WritesPlainJsonWhereItReadsBackTheSame) {
 TEST(JsonMarshaler, FallsBackForMapsThatWouldNotReadBack) {
   const AttributeMap reserved{{"ovserialize", "x"}};
   const AttributeMap nameless{{"", 1}, {"b", 2}};
+  const AttributeMap bytes{{"b", 1},
+                           {"\xc3", AttributeMap{{"a", "\xff"}}}};  // a name that is no text
   for (const AttributeValue& value :
-       {one(reserved), one(nameless), AttributeValue{AttributeMap(), reserved},
-        one(AttributeMap{{"inner", reserved}})}) {
+       {one(reserved), one(nameless), one(bytes), AttributeValue{AttributeMap(), reserved},
+        AttributeValue{AttributeMap(), bytes}, one(AttributeMap{{"inner", reserved}})}) {
     const std::string json = to_json(value);
     EXPECT_NE(json.find("{\"ovserialize\":\""), std::string::npos) << json;
     EXPECT_EQ(parse_json(json), value) << json;
