@@ -1,19 +1,19 @@
-# What an installation holds: the libraries (component `runtime`, with the tool), their headers as
-# <library>/<header>, the CMake package, the pkg-config file `ovattribute`, pages and examples
-# (component `dev`).
+# What an installation holds: the libraries (component `runtime`; `registry` for the one that all
+# versions have in common), the tool (`tool`), headers as <library>/<header>, the CMake package, the
+# pkg-config file `ovattribute`, pages and examples (`dev`).
 
 include(CMakePackageConfigHelpers)
 
 set(ov_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/ovattribute")
 
-# ov_install_library(name headers...)
-function(ov_install_library name)
+# ov_install_library(name component headers...)
+function(ov_install_library name component)
   if(NOT OVATTRIBUTE_INSTALL)
     return()
   endif()
   # An object library has nothing to install; it is exported for the sake of those who link it.
   install(TARGETS ${name} EXPORT ovattribute-targets
-    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT dev
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${component} NAMELINK_COMPONENT dev
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT dev)
   foreach(header IN LISTS ARGN)
     get_filename_component(folder ${header} DIRECTORY)

@@ -30,27 +30,44 @@ function(ov_compile_settings target)
   endif()
 endfunction()
 
-# ov_add_library(name [BUILTIN] SOURCES ... HEADERS ... [DEPENDS ...] [PRIVATE_DEPENDS ...])
+# What an interface stays the same within: a major version, before 1.0 a minor one.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(ov_series ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+else()
+  set(ov_series ${PROJECT_VERSION_MAJOR})
+endif()
+
+# ov_add_library(name [BUILTIN] [SERIES series]
+#   SOURCES ... HEADERS ... [DEPENDS ...] [PRIVATE_DEPENDS ...])
 #
 # BUILTIN makes an object library whose code goes into another library of the project.
+# The soname and the versions of symbols carry SERIES, by default that of the project.
 # HEADERS are installed as <library>/<header>; headers that users never see stand under SOURCES.
 function(ov_add_library name)
-  cmake_parse_arguments(arg "BUILTIN" "" "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  cmake_parse_arguments(arg "BUILTIN" "SERIES" "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  set(component runtime)
+  if(DEFINED arg_SERIES)
+    set(component registry)
+  endif()
   if(arg_BUILTIN)
     add_library(${name} OBJECT ${arg_SOURCES} ${arg_HEADERS})
   else()
+    if(NOT DEFINED arg_SERIES)
+      set(arg_SERIES ${ov_series})
+    endif()
     add_library(${name} ${arg_SOURCES} ${arg_HEADERS})
     set_target_properties(${name} PROPERTIES
       VERSION ${PROJECT_VERSION}
-      SOVERSION ${PROJECT_VERSION_MAJOR}
+      SOVERSION ${arg_SERIES}
       DEFINE_SYMBOL ""  # objects of shared and static libraries are the same
       INSTALL_RPATH "$ORIGIN")
     get_target_property(type ${name} TYPE)
     if(type STREQUAL "SHARED_LIBRARY")
-      target_link_options(${name} PRIVATE -Wl,-Bsymbolic
-        -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
-      set_property(TARGET ${name} APPEND PROPERTY
-        LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+      string(TOUPPER ${name}_${arg_SERIES} ov_symbol_version)
+      set(exports ${CMAKE_CURRENT_BINARY_DIR}/exports.map)
+      configure_file(${PROJECT_SOURCE_DIR}/cmake/exports.map.in ${exports} @ONLY)
+      target_link_options(${name} PRIVATE -Wl,-Bsymbolic -Wl,--version-script=${exports})
+      set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${exports})
       if(NOT OVATTRIBUTE_SANITIZE)
         target_link_options(${name} PRIVATE -Wl,--no-undefined)
       endif()
@@ -62,7 +79,7 @@ function(ov_add_library name)
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE ${arg_PRIVATE_DEPENDS})
   ov_compile_settings(${name})
-  ov_install_library(${name} ${arg_HEADERS})
+  ov_install_library(${name} ${component} ${arg_HEADERS})
 endfunction()
 
 # ov_add_program(name SOURCES ... [DEPENDS ...])
