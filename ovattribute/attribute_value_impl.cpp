@@ -16,6 +16,7 @@
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
 #include "ovcore/exception.h"
+#include "ovcore/impl/at_load.h"
 #include "ovcore/impl/small_memory.h"
 #include "ovcore/simple_date_time.h"
 #include "ovcore/static_instance.h"
@@ -448,4 +449,20 @@ OV_INSTANTIATE(SecuredValue)
 OV_INSTANTIATE(ErrorInfoPtr)
 #undef OV_INSTANTIATE
 
+namespace {
+
+template <class... T>
+void make_shared_values() {
+  (static_cast<void>(ValueTypeTraitsBase<T>::default_value()), ...);
+  (ValueFactory<T>::create_value()->release(), ...);
+}
+
+[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] {
+  make_shared_values<bool, long long, std::string, double, ovcore::Uuid, ovuri::UriReference,
+                     ovcore::AbsoluteTime, ovcore::RelativeTime, ovcore::SimpleDateTime,
+                     BinaryValue, SerializedValue, AttributeMap, SecuredValue, ErrorInfoPtr>();
+  shared_empty_string();
+});
+
+}  // namespace
 }  // namespace ovattribute::impl

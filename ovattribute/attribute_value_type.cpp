@@ -6,6 +6,7 @@
 
 #include "ovattribute/error_codes.h"
 #include "ovcore/error_composer.h"
+#include "ovcore/impl/at_load.h"
 #include "ovcore/static_instance.h"
 
 namespace ovattribute {
@@ -39,6 +40,13 @@ const std::string& ValueTypeId::name() const {
 #undef OV_TYPE
   return names.get()[m_id];
 }
+
+namespace {
+
+[[maybe_unused]] const bool g_ready =
+    ovcore::impl::at_load([] { static_cast<void>(ValueTypeId::typeNull.name()); });
+
+}  // namespace
 
 const ValueTypeId& ValueTypeId::from_id(EId id) {
 #define OV_TYPE(name, text) &type##name,

@@ -21,6 +21,7 @@
 #include "ovattribute/impl/string_maker.h"
 #include "ovattribute/impl/text_order.h"
 #include "ovcore/exception.h"
+#include "ovcore/impl/at_load.h"
 #include "ovcore/static_instance.h"
 #include "ovcore/utf8.h"
 #include "ovjson/error_codes.h"
@@ -281,6 +282,8 @@ const AttributeName& serialized_member() {
   static const ovcore::StaticInstance<AttributeName> name(serialized_name);
   return *name;
 }
+
+[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] { serialized_member(); });
 
 class JsonWriting {
  public:

@@ -6,6 +6,7 @@
 #include "ovattribute/error_codes.h"
 #include "ovattribute/impl/eax.h"
 #include "ovcore/error_composer.h"
+#include "ovcore/impl/at_load.h"
 #include "ovcore/static_instance.h"
 #include "ovcrypto/wiped.h"
 
@@ -217,5 +218,13 @@ ovcore::InterfacePtr<const SecuredValue::ICipherProvider> SecuredValue::default_
   static const ovcore::StaticInstance<const impl::DefaultCipherProvider> provider;
   return ovcore::InterfacePtr<const ICipherProvider>(&*provider);
 }
+
+namespace {
+
+[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] {
+  static_cast<void>(SecuredValue::default_cipher_provider()->find_cipher(""));  // and all ciphers
+});
+
+}  // namespace
 
 }  // namespace ovattribute

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ovattribute/impl/module_anchor.h"
+#include "ovcore/impl/at_load.h"
 #include "ovcore/static_instance.h"
 
 namespace ovattribute {
@@ -37,6 +38,12 @@ TraceFormatter::TraceFormatter() {
       ovcore::make_ref_counted<const Settings>());
   m_settings = *defaults;
 }
+
+namespace {
+
+[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] { TraceFormatter(); });
+
+}  // namespace
 
 #define OV_NUMBER(type, name, value)                                                \
   type TraceFormatter::name() const noexcept {                                      \

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ovcore/string_key.h"
 
+#include <pthread.h>
+
+#include "ovcore/impl/at_load.h"
 #include "ovcore/impl/key_table.h"
 #include "ovcore/static_instance.h"
 
 namespace ovcore {
 namespace {
 
-// Null until the first use.
+// Null until the library is loaded, or the first use before that.
 constinit std::atomic<impl::KeyTable*> g_table = nullptr;
 
 impl::KeyTable& process_table() {
@@ -18,6 +21,18 @@ impl::KeyTable& process_table() {
 
 [[gnu::noinline]] impl::KeyToken* intern_in_new_table(SourceString text) {
   return process_table().intern(text);
+}
+
+// What `before_fork` locked; the child has a copy.
+constinit thread_local impl::KeyTable* t_locked = nullptr;
+
+void before_fork() noexcept {
+  t_locked = g_table.load(std::memory_order_acquire);
+  if (t_locked != nullptr) t_locked->lock();
+}
+
+void after_fork() noexcept {
+  if (t_locked != nullptr) t_locked->unlock();
 }
 
 }  // namespace
@@ -44,5 +59,15 @@ const std::string& StringKey::empty_text() noexcept {
   static const StaticInstance<std::string> empty;
   return *empty;
 }
+
+namespace {
+
+[[maybe_unused]] const bool g_ready = impl::at_load([] {
+  ::pthread_atfork(before_fork, after_fork, after_fork);
+  static_cast<void>(StringKey().value());
+  process_table();
+});
+
+}  // namespace
 
 }  // namespace ovcore

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ovmoduleregistry/module_registry.h"
 
+#include <pthread.h>
+
+#include "ovcore/impl/at_load.h"
 #include "ovcore/static_instance.h"
 #include "ovmoduleregistry/impl/module_table.h"
 
@@ -12,6 +15,11 @@ impl::ModuleTable& table() {
   static const ovcore::StaticInstance<impl::ModuleTable> modules;
   return *modules;
 }
+
+[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] {
+  table();
+  ::pthread_atfork([] { table().lock(); }, [] { table().unlock(); }, [] { table().unlock(); });
+});
 
 }  // namespace
 

@@ -98,6 +98,10 @@ class OV_EXPORT KeyTable {
   /// Gives back a token whose last reference is gone.
   void reclaim(KeyToken* token) noexcept;
   [[nodiscard]] std::size_t size() const noexcept;
+  /// Keep everybody from changing the table, for who forks: in the child nobody is left who would
+  /// give the lock back.
+  void lock() noexcept { m_mutex.lock(); }
+  void unlock() noexcept { m_mutex.unlock(); }
 
  private:
   /// A token's address and, in the bits that are zero there, a piece of its hash; 0: none.

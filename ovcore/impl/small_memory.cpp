@@ -6,6 +6,8 @@
 #include <atomic>
 #include <utility>
 
+#include "ovcore/impl/at_load.h"
+
 namespace ovcore::impl {
 namespace {
 
@@ -46,6 +48,15 @@ void SmallMemory::give_to_full(void* memory, std::size_t n) noexcept {
   make_room(kept);
   give(memory, size_of(n));
 }
+
+namespace {
+
+[[maybe_unused]] const bool g_ready = at_load([] {
+  SmallMemory::give(SmallMemory::take(1), 1);  // makes `at_end`
+  SmallMemory::empty();
+});
+
+}  // namespace
 
 void SmallMemory::make_room(Kept& kept) noexcept {
   for (std::size_t i = 0; i < classes; ++i)

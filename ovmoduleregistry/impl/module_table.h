@@ -35,6 +35,10 @@ class ModuleTable {
     return true;
   }
 
+  /// Keep everybody out, for who forks: in the child nobody is left who would give the lock back.
+  void lock() noexcept { m_mutex.lock(); }
+  void unlock() noexcept { m_mutex.unlock(); }
+
  private:
   mutable std::mutex m_mutex;
   std::map<std::string, ModuleInfo, std::less<>> m_modules;

@@ -4,6 +4,8 @@
 #include <dlfcn.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 enum { most_libraries = 8 };
 
@@ -55,6 +57,15 @@ static int tell_mapped(const char* path) {
   return 0;
 }
 
+static int fork_child(void) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  int status = 1;
+  if (waitpid(child, &status, 0) != child || status != 0) return 1;
+  printf("forked\n");
+  return 0;
+}
+
 int run_steps(int argc, char** argv, loaded_library look) {
   for (int i = 1; i < argc; ++i) {
     const char* path = argv[i] + 1;
@@ -62,6 +73,7 @@ int run_steps(int argc, char** argv, loaded_library look) {
     if (argv[i][0] == '+') failed = load(path, look);
     if (argv[i][0] == '-') failed = unload(path);
     if (argv[i][0] == '?') failed = tell_mapped(path);
+    if (argv[i][0] == '!') failed = fork_child();
     fflush(stdout);
     if (failed) return 1;
   }
