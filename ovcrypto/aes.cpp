@@ -11,6 +11,7 @@
 
 #include "ovcore/exception.h"
 #include "ovcrypto/error_codes.h"
+#include "ovcrypto/impl/libcrypto.h"
 
 namespace ovcrypto {
 namespace {
@@ -97,6 +98,10 @@ void AesEncryptContext::rekey(const Key& key) {
   if (key.size() != 16 && key.size() != 24 && key.size() != 32) {
     ovcore::throw_error(error::ovcrypto_key_size,
                         "Key for AES must be 128, 192, or 256 bits (16, 24, or 32 bytes)",
+                        {"ovcrypto/aes", "ovcrypto::AesEncryptContext::rekey()", 0});
+  }
+  if (!impl::initialise_libcrypto()) {
+    ovcore::throw_error(error::ovcrypto_openssl, "libcrypto could not be initialised",
                         {"ovcrypto/aes", "ovcrypto::AesEncryptContext::rekey()", 0});
   }
   m_evp.close();

@@ -4,8 +4,9 @@
 // authentic by itself: that is what the ciphers of secured values are for.
 //
 // Whatever depends on a key is wiped at the end of its object's life. Objects that share a key
-// schedule are used by one thread at a time. Functions that encrypt raise `ovcrypto_openssl` when
-// libcrypto fails, which it does not do in practice.
+// schedule are used by one thread at a time. Setting a key raises `std::bad_alloc` or
+// `ovcrypto_openssl` when libcrypto cannot be initialised (see random_provider.h). Functions that
+// encrypt raise `ovcrypto_openssl` when libcrypto fails, which it does not do in practice.
 #pragma once
 
 #include <cstddef>

@@ -25,12 +25,12 @@ class DefaultRandomProviderImpl final : public IRandomProvider {
     const bool valid = size >= 0 && size <= std::numeric_limits<std::int32_t>::max();
     const bool filled =
         valid ? fill_random(buffer, static_cast<std::size_t>(size)) : fill_random(nullptr, 0);
-    if (buffer == nullptr) return;
-    if (!valid) raise(error::ovcrypto_randomProvider_arguments, "Invalid 'size' argument");
     if (!filled) {
       raise(error::ovcrypto_randomProvider_failed,
             "Random provider failed to generate requested number of bytes");
     }
+    if (buffer == nullptr) return;
+    if (!valid) raise(error::ovcrypto_randomProvider_arguments, "Invalid 'size' argument");
   }
 };
 

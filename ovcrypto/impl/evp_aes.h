@@ -22,7 +22,7 @@ class EvpAes {
     return m_context != nullptr && m_mode == mode;
   }
   /// `key_size`: 16, 24 or 32. `iv`: 16 bytes, which blocks do without. Gives false, and is closed,
-  /// when libcrypto has no such context to give.
+  /// when libcrypto has no such context to give. REQUIRES: `initialise_libcrypto` gave true.
   [[nodiscard]] bool open(Mode mode, const unsigned char* key, std::size_t key_size,
                           const unsigned char* iv) noexcept;
   /// Encrypts whole blocks, with `counter` any number of bytes; `out` may be `in`. REQUIRES: open.

@@ -1,14 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-// What of libcrypto the whole process has in common.
+// What of libcrypto the whole process has in common. It is initialised, completely, by whoever
+// needs it first: initialised in part it may crash.
 #pragma once
 
 #include <cstddef>
 
 namespace ovcrypto::impl {
 
+/// True at once when it is done. False when libcrypto cannot be initialised; another call tries
+/// again. Raises `std::bad_alloc` when there is not enough memory to begin with, which does
+/// libcrypto no harm.
+[[nodiscard]] bool initialise_libcrypto();
+
+/// The EVP_CIPHER of a mode (ECB, CBC, CTR) for keys of 16, 24 or 32 bytes. REQUIRES: initialised.
+[[nodiscard]] const void* aes_cipher(std::size_t mode, std::size_t key_size) noexcept;
+
 /// Fills `size` bytes, at most 2^31 - 1, of libcrypto's generator, into which it first mixes the
-/// processor's time-stamp counter. False when there are no random bytes to be had. A null buffer is
-/// left alone.
+/// processor's time-stamp counter. A null buffer is left alone. False when libcrypto cannot be
+/// initialised or has no random bytes. Raises as `initialise_libcrypto`.
 [[nodiscard]] bool fill_random(void* buffer, std::size_t size);
 
 }  // namespace ovcrypto::impl

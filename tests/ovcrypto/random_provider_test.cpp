@@ -74,6 +74,7 @@ TEST(DefaultRandomProvider, RefusesSizesBeyond31Bits) {
 }
 
 TEST(DefaultRandomProvider, MixesInTheTimeEveryTimeAndReportsFailure) {
+  default_random_provider().generate_random(nullptr, 0);  // initialises libcrypto
   ERR_clear_error();
   const FailingGenerator generator;
   unsigned char buffer[4] = {};
