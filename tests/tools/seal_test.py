@@ -222,6 +222,15 @@ class Refusals(Sealing):
         self.assertEqual(checking.returncode, 1)
         self.assertLess(usage.ru_maxrss, 200_000)  # KiB
 
+    def test_pointers_may_be_of_any_length(self):
+        long = "/0" * 60_000  # each step leads to a scalar, here the map, as its only element
+        self.seal("d.json", "s.json", "--at", long + "/list")
+        self.run_tool("check", "s.json", "--key-file", "k", "--at", long + "/list/0")
+        self.run_tool("open", "s.json", "-o", "o.json", "--key-file", "k", "--at", long + "/list")
+        self.assertEqual(load(self.path("o.json"))["list"], [1, 2])
+        self.assertIn("an element of a list",
+                      self.refuse_to_write(*self.seal_options("d.json", "x.json", "--at", long)))
+
     def test_nothing_there(self):
         for pointer in ["/x", "/list/2", "/maps/1/a", "/one/x"]:
             message = self.refuse_to_write(*self.seal_options("d.json", "s.json", "--at", pointer))

@@ -14,6 +14,7 @@ namespace {
 
 using ovattribute::AttributeMap;
 using ovattribute::AttributeValue;
+using ovattribute::MutableAttributeMap;
 using ovattribute::ValueTypeId;
 
 /// Without its escapes; empty when one is broken.
@@ -39,61 +40,46 @@ std::optional<std::size_t> index_of(std::string_view token) {
   return index;
 }
 
+/// The attribute of that name, null when the value is not one map that has it.
+const AttributeValue* attribute_of(const AttributeValue& value, const std::string& name) {
+  const bool is_map = value.type() == ValueTypeId::typeAttributeMap && value.size() == 1;
+  return is_map ? value.get<AttributeMap>().query_ptr(name) : nullptr;
+}
+
 std::optional<AttributeValue> child_of(const AttributeValue& value, const std::string& token) {
-  if (value.type() == ValueTypeId::typeAttributeMap && value.size() == 1) {
-    const AttributeValue* child = value.get<AttributeMap>().query_ptr(token);
-    if (child != nullptr) return *child;
-  }
+  if (const AttributeValue* child = attribute_of(value, token); child != nullptr) return *child;
   const std::optional<std::size_t> index = index_of(token);
   if (!index || *index >= value.size()) return std::nullopt;
   return value.size() == 1 ? value : value.subrange(*index, 1);
 }
 
-[[noreturn]] void raise(const char* message, const std::vector<std::string>& tokens) {
-  std::string pointer;
-  for (const std::string& token : tokens)
-    pointer += '/' + Pointer::escaped(token);
+/// The map or list of maps with another child at a token.
+AttributeValue with_child(const AttributeValue& around, const std::string& token,
+                          AttributeValue child) {
+  if (attribute_of(around, token) != nullptr) {
+    MutableAttributeMap map(around.get<AttributeMap>());
+    map.add(token, std::move(child));
+    return AttributeValue(AttributeMap(std::move(map)));
+  }
+  if (around.size() == 1) return child;
+  const auto elements = around.elements<AttributeMap>();
+  std::vector<AttributeMap> maps(elements.begin(), elements.end());
+  maps[*index_of(token)] = child.get<AttributeMap>();
+  return AttributeValue::list_of(maps);
+}
+
+[[noreturn]] void raise(const char* message, const std::string& pointer) {
   ovcore::ErrorComposer(message)
       .add("pointer", pointer)
       .throw_error(ovattribute::error::ovattribute_invalidParameter,
                    {"tools/ovattr/pointer", "ovattr::Pointer::replace_in()", 0});
 }
 
-/// The list with another map at an index.
-AttributeValue with_map(const AttributeValue& list, std::size_t index, const AttributeValue& map) {
-  const auto elements = list.elements<AttributeMap>();
-  std::vector<AttributeMap> maps(elements.begin(), elements.end());
-  maps[index] = map.get<AttributeMap>();
-  return AttributeValue::list_of(maps);
-}
-
-AttributeValue replaced(const AttributeValue& value, const std::vector<std::string>& tokens,
-                        std::size_t done, const Pointer::Change& change) {
-  if (done == tokens.size()) return change(value);
-  const std::string& token = tokens[done];
-  const bool is_map = value.type() == ValueTypeId::typeAttributeMap;
-  if (is_map && value.size() == 1) {
-    const AttributeMap& map = value.get<AttributeMap>();
-    if (const AttributeValue* child = map.query_ptr(token); child != nullptr) {
-      ovattribute::MutableAttributeMap result(map);
-      result.add(token, replaced(*child, tokens, done + 1, change));
-      return AttributeValue(AttributeMap(std::move(result)));
-    }
-  }
-  const std::optional<std::size_t> index = index_of(token);
-  if (!index || *index >= value.size()) raise("Nothing at {@pointer}", tokens);
-  if (done + 1 == tokens.size()) {
-    raise("{@pointer} is an element of a list, not an attribute", tokens);
-  }
-  if (value.size() == 1) return replaced(value, tokens, done + 1, change);
-  const AttributeValue element = replaced(value.subrange(*index, 1), tokens, done + 1, change);
-  return with_map(value, *index, element);
-}
-
 }  // namespace
 
 std::optional<Pointer> Pointer::parse(const std::string& text) {
   Pointer result;
+  result.m_text = text;
   std::string_view rest = text;
   while (!rest.empty()) {
     if (rest.front() != '/') return std::nullopt;
@@ -147,7 +133,21 @@ std::string Place::pointer() const {
 }
 
 AttributeValue Pointer::replace_in(const AttributeValue& whole, const Change& change) const {
-  return replaced(whole, m_tokens, 0, change);
+  std::vector<AttributeValue> around;  // a loop, since a pointer may be of any length
+  AttributeValue value = whole;
+  for (const std::string& token : m_tokens) {
+    std::optional<AttributeValue> child = child_of(value, token);
+    if (!child) raise("Nothing at {@pointer}", m_text);
+    around.push_back(std::move(value));
+    value = std::move(*child);
+  }
+  if (!around.empty() && attribute_of(around.back(), m_tokens.back()) == nullptr) {
+    raise("{@pointer} is an element of a list, not an attribute", m_text);
+  }
+  value = change(value);
+  for (; !around.empty(); around.pop_back())
+    value = with_child(around.back(), m_tokens[around.size() - 1], std::move(value));
+  return value;
 }
 
 }  // namespace ovattr

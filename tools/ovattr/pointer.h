@@ -19,6 +19,8 @@ class Pointer {
   [[nodiscard]] static std::optional<Pointer> parse(const std::string& text);
 
   [[nodiscard]] const std::vector<std::string>& tokens() const noexcept { return m_tokens; }
+  /// As it was parsed.
+  [[nodiscard]] const std::string& text() const noexcept { return m_text; }
 
   /// A name as it stands in a pointer.
   [[nodiscard]] static std::string escaped(const std::string& name);
@@ -37,6 +39,7 @@ class Pointer {
                                                        const Change& change) const;
 
  private:
+  std::string m_text;
   std::vector<std::string> m_tokens;
 };
 
