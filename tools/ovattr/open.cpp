@@ -2,6 +2,7 @@
 // Opening and checking what was sealed.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "ovattribute/attribute_value.h"
@@ -22,87 +23,61 @@ struct Open {
   Reading reading;
   Writing writing;
   KeySource key_source;
-  std::string at;
-  bool one = false;  // only what is at `at`
+  Choice choice;
 
   void run() const {
-    const Pointer pointer = pointer_of_option(at);
     key_source.refuse_as_output(writing.file);
     const ovcrypto::Key key = key_source.read();
     const AttributeValue whole = read_document(reading);
-    const AttributeValue opened = about_file(input_name(reading.file), [&] {
-      if (!one) return open_all(whole, key);
-      return pointer.replace_in(
-          whole, [&](const AttributeValue& value) { return sealed_value(value, at).extract(key); });
-    });
-    write_document(writing, opened);
+    const std::string name = input_name(reading.file);
+    write_document(writing, about_file(name, [&] { return opened(name, whole, key); }));
   }
 
  private:
-  [[nodiscard]] AttributeValue open_all(const AttributeValue& whole,
-                                        const ovcrypto::Key& key) const {
-    KeyFindings findings;
-    const auto open = [&](const SecuredValue& sealed,
-                          const Place& place) -> std::optional<AttributeValue> {
-      ErrorInfoPtr error;
-      AttributeValue inside = sealed.extract(key, &error);
-      if (!error) {
-        findings.add_authentic(sealed);
-        return inside;
-      }
-      if (!is_refusal(*error)) throw FileFailure(place_in(input_name(reading.file), place), error);
-      findings.add_refused(sealed, place, error);
-      return std::nullopt;
+  [[nodiscard]] AttributeValue opened(const std::string& name, const AttributeValue& whole,
+                                      const ovcrypto::Key& key) const {
+    const auto open = [&](const SecuredValue& sealed) {
+      return std::make_optional(sealed.extract(key));
     };
-    AttributeValue opened = visit_sealed(whole, open);
-    findings.judge(input_name(reading.file));
-    return opened;
+    if (!choice.at) return visit_all(name, whole, choice, open);
+    return choice.at->replace_in(whole, [&](const AttributeValue& value) {
+      return *visit_one(name, *choice.at, value, open);
+    });
   }
 };
 
 struct Check {
   Reading reading;
   KeySource key_source;
-  std::string at;
-  bool one = false;  // only what is at `at`
+  Choice choice;
 
   void run() const {
-    const Pointer pointer = pointer_of_option(at);
     const ovcrypto::Key key = key_source.read();
     const AttributeValue whole = read_document(reading);
-    KeyFindings findings;
-    about_file(input_name(reading.file), [&] {
-      if (!one) {
-        static_cast<void>(visit_sealed(whole, [&](const SecuredValue& sealed, const Place& place) {
-          check(sealed, place, key, findings);
-          return std::optional<AttributeValue>();
-        }));
-        return;
-      }
-      const std::optional<AttributeValue> value = pointer.find_in(whole);
-      if (!value) fail(input_name(reading.file), "Nothing at " + at);
-      Place place;
-      for (const std::string& token : pointer.tokens())
-        place = place.at(token);
-      check(sealed_value(*value, at), place, key, findings);
-    });
-    findings.judge(input_name(reading.file));
+    const std::string name = input_name(reading.file);
+    about_file(name, [&] { check(name, whole, key); });
   }
 
  private:
-  static void check(const SecuredValue& sealed, const Place& place, const ovcrypto::Key& key,
-                    KeyFindings& findings) {
-    try {
-      if (sealed.authenticate(key)) return findings.add_authentic(sealed);
-      ovcore::ErrorComposer(
-          "Ciphertext fails authentication with provided key.  Cipher={@cipherId}")
-          .add("cipherId", sealed.cipher_id())
-          .throw_error(ovattribute::error::ovattribute_value_secured_authentication,
-                       {"tools/ovattr/open", "ovattr::Check::check()", 0});
-    } catch (const ovcore::Exception& e) {
-      if (!is_refusal(*e.info())) throw;
-      findings.add_refused(sealed, place, e.info());
+  void check(const std::string& name, const AttributeValue& whole, const ovcrypto::Key& key) const {
+    const auto check = [&](const SecuredValue& sealed) {
+      if (!sealed.authenticate(key)) fail_authentication(sealed);
+      return std::optional<AttributeValue>();
+    };
+    if (!choice.at) {
+      static_cast<void>(visit_all(name, whole, choice, check));
+      return;
     }
+    const std::optional<AttributeValue> value = choice.at->find_in(whole);
+    if (!value) fail(name, "Nothing at " + choice.at->text());
+    visit_one(name, *choice.at, *value, check);
+  }
+
+  [[noreturn]] static void fail_authentication(const SecuredValue& sealed) {
+    ovcore::ErrorComposer("Ciphertext fails authentication with provided key.  Cipher={@cipherId}")
+        .add("cipherId", sealed.cipher_id())
+        .throw_error(ovattribute::error::ovattribute_value_secured_authentication,
+                     {"tools/ovattr/open", "ovattr::Check::check()", 0});
   }
 };
 
@@ -116,14 +91,12 @@ void add_open(CLI::App& app) {
   command->add_option("-o,--output", open->writing.file, "The file to write; - is standard output")
       ->option_text("FILE");
   add_key_options(*command, open->key_source);
-  add_at_option(*command, open->at, "The one sealed value to open; else all under this key");
+  add_choice_options(*command, open->choice, "The one sealed value to open; else all of them");
   command->footer(
-      "Nothing is written unless all of it is authentic. Values under other keys stay sealed.\n\n"
+      "Nothing is written unless all that is to be opened is authentic. What is passed over stays\n"
+      "sealed.\n\n"
       "Example:\n  ovattr open sealed.json -o order.json --key-file orders.key");
-  command->callback([open, command] {
-    open->one = command->count("--at") > 0;
-    open->run();
-  });
+  command->callback([open] { open->run(); });
 }
 
 void add_check(CLI::App& app) {
@@ -132,14 +105,11 @@ void add_check(CLI::App& app) {
   const auto check = std::make_shared<Check>();
   add_reading_options(*command, check->reading);
   add_key_options(*command, check->key_source);
-  add_at_option(*command, check->at, "The one sealed value to check; else all under this key");
+  add_choice_options(*command, check->choice, "The one sealed value to check; else all of them");
   command->footer(
-      "Values under other keys cannot be checked: their number is printed.\n\n"
+      "What is sealed inside a sealed value is not seen.\n\n"
       "Example:\n  ovattr check sealed.json --key-file orders.key");
-  command->callback([check, command] {
-    check->one = command->count("--at") > 0;
-    check->run();
-  });
+  command->callback([check] { check->run(); });
 }
 
 }  // namespace ovattr

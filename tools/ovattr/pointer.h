@@ -18,7 +18,6 @@ class Pointer {
   /// Empty when the text is no pointer.
   [[nodiscard]] static std::optional<Pointer> parse(const std::string& text);
 
-  [[nodiscard]] const std::vector<std::string>& tokens() const noexcept { return m_tokens; }
   /// As it was parsed.
   [[nodiscard]] const std::string& text() const noexcept { return m_text; }
 

@@ -21,21 +21,18 @@ struct Seal {
   Writing writing;
   KeySource key_source;
   std::string category;
-  std::string instance;
+  ovcore::Uuid instance;
   std::string cipher_id;
   std::string annotation;
-  std::string at;
+  std::optional<Pointer> at;  // else the whole
 
   void run() const {
-    const Pointer pointer = pointer_of_option(at);
-    const std::optional<ovcore::Uuid> id = ovcore::Uuid::try_parse(instance);
-    if (!id) throw UsageError("--key-id: " + instance + " is not a UUID");
     key_source.refuse_as_output(writing.file);
     const ovcrypto::Key key = key_source.read();
     const AttributeValue whole = read_document(reading);
     const AttributeValue sealed = about_file(input_name(reading.file), [&] {
-      return pointer.replace_in(whole, [&](const AttributeValue& value) {
-        return AttributeValue(seal(value, {category, *id}, key));
+      return at.value_or(Pointer()).replace_in(whole, [&](const AttributeValue& value) {
+        return AttributeValue(seal(value, {category, instance}, key));
       });
     });
     write_document(writing, sealed);
@@ -68,7 +65,10 @@ void add_seal(CLI::App& app) {
   command->add_option("--key-category", seal->category, "The family of the key, to find it by")
       ->required()
       ->option_text("NAME REQUIRED");
-  command->add_option("--key-id", seal->instance, "Which key of the family it is")
+  command
+      ->add_option_function<std::string>(
+          "--key-id", [seal](const std::string& text) { seal->instance = key_id_of_option(text); },
+          "Which key of the family it is")
       ->required()
       ->option_text("UUID REQUIRED");
   command

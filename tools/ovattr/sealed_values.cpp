@@ -2,7 +2,10 @@
 #include "tools/ovattr/sealed_values.h"
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
+#include <set>
 #include <utility>
+#include <vector>
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/error_codes.h"
@@ -26,9 +29,86 @@ using ovattribute::ValueTypeId;
                    {"tools/ovattr/sealed_values", "ovattr::visit_sealed()", 0});
 }
 
+/// Whether it may only mean that the value is under another key.
+bool is_refusal(const ovcore::ErrorInfo& error) {
+  namespace codes = ovattribute::error;
+  return error.code() == codes::ovattribute_value_secured_keysize ||
+         error.code() == codes::ovattribute_value_secured_ciphertext ||
+         error.code() == codes::ovattribute_value_secured_authentication ||
+         error.code() == codes::ovattribute_value_secured_cipher_unknown;
+}
+
+bool is_unauthentic(const ovcore::ErrorInfo& error) {
+  return error.code() == ovattribute::error::ovattribute_value_secured_authentication;
+}
+
+/// What messages call a sealed value, of which `more` are like it.
+std::string description(const std::string& file, const std::string& pointer,
+                        const ovcore::Uuid& key_id, std::size_t more = 0) {
+  return file + ": " + pointer + (pointer.empty() ? "" : " ") + "(key id " + key_id.as_string() +
+         ")" + (more == 0 ? "" : " and " + std::to_string(more) + " more");
+}
+
+/// What became of the sealed values of a document.
+class Findings {
+ public:
+  void add_authentic(const SecuredValue& sealed) { m_authentic.insert(sealed.key_id()); }
+  void add_failure(const SecuredValue& sealed, Place place, SecuredValue::ErrorInfoPtr why) {
+    m_failures.push_back({sealed.key_id(), std::move(place), std::move(why)});
+  }
+  void pass_over(const Place& place) {
+    if (m_passed++ == 0) m_first_passed = place;
+  }
+
+  /// `others`: whether to pass over values of other keys, if some are of this one.
+  void judge(const std::string& file, bool others) {
+    const Failure* worst = nullptr;
+    std::size_t count = 0;
+    for (const Failure& failure : m_failures) {
+      if (others && is_of_other_key(failure)) {
+        pass_over(failure.place);
+        continue;
+      }
+      ++count;
+      if (worst == nullptr || (is_unauthentic(*failure.why) && !is_unauthentic(*worst->why))) {
+        worst = &failure;
+      }
+    }
+    if (worst != nullptr) {
+      throw FileFailure(
+          description(file, worst->place.pointer(), worst->key_id.instance_id(), count - 1),
+          worst->why);
+    }
+    if (m_authentic.empty()) {
+      fail(file, m_passed == 0 ? "There is no sealed value" : "No sealed value bears that key id");
+    }
+    if (m_passed == 0) return;
+    report(file + ": " + std::to_string(m_passed) + " passed over; the first is at '" +
+           m_first_passed.pointer() + "'");
+  }
+
+ private:
+  struct Failure {
+    SecuredValue::KeyId key_id;
+    Place place;
+    SecuredValue::ErrorInfoPtr why;
+  };
+
+  [[nodiscard]] bool is_of_other_key(const Failure& failure) const {
+    return is_refusal(*failure.why) && !m_authentic.empty() &&
+           !m_authentic.contains(failure.key_id);
+  }
+
+  std::set<SecuredValue::KeyId> m_authentic;
+  std::vector<Failure> m_failures;
+  std::size_t m_passed = 0;
+  Place m_first_passed;
+};
+
 class Visitor {
  public:
-  explicit Visitor(const Visit& visit) : m_visit(visit) {}
+  Visitor(const Choice& choice, const Visit& visit, Findings& findings)
+      : m_choice(choice), m_visit(visit), m_findings(findings) {}
 
   /// Whether the value has changed.
   bool visit(AttributeValue& value, const Place& place, std::size_t depth) {
@@ -41,23 +121,32 @@ class Visitor {
  private:
   bool visit_secured(AttributeValue& value, const Place& place, std::size_t depth) {
     if (value.size() != 1) {
-      visit_list(value, place);
+      for (std::size_t i = 0; i < value.size(); ++i)
+        visit_sealed(value.at<SecuredValue>(i), place.at(std::to_string(i)), depth, true);
       return false;
     }
-    std::optional<AttributeValue> inside = m_visit(value.get<SecuredValue>(), place);
+    auto inside = visit_sealed(value.get<SecuredValue>(), place, depth, false);
     if (!inside) return false;
-    visit(*inside, place, depth + 1);
     value = std::move(*inside);
     return true;
   }
 
-  void visit_list(const AttributeValue& list, const Place& place) {
-    for (std::size_t i = 0; i < list.size(); ++i) {
-      const Place inside = place.at(std::to_string(i));
-      if (m_visit(list.at<SecuredValue>(i), inside)) {
-        raise("{@pointer} is an element of a list, which cannot be opened by itself",
-              inside.pointer());
-      }
+  std::optional<AttributeValue> visit_sealed(const SecuredValue& sealed, const Place& place,
+                                             std::size_t depth, bool in_list) {
+    if (m_choice.key_id && sealed.key_id().instance_id() != *m_choice.key_id) {
+      m_findings.pass_over(place);
+      return std::nullopt;
+    }
+    try {
+      std::optional<AttributeValue> inside = m_visit(sealed);
+      m_findings.add_authentic(sealed);
+      if (!inside) return std::nullopt;
+      if (in_list) raise("An element of a list cannot be opened by itself", place.pointer());
+      visit(*inside, place, depth + 1);
+      return inside;
+    } catch (const ovcore::Exception& e) {  // what else fails is found first
+      m_findings.add_failure(sealed, place, e.info());
+      return std::nullopt;
     }
   }
 
@@ -86,63 +175,63 @@ class Visitor {
     return any;
   }
 
+  const Choice& m_choice;
   const Visit& m_visit;
+  Findings& m_findings;
 };
 
 }  // namespace
 
-void add_at_option(CLI::App& command, std::string& text, const char* description) {
-  command.add_option("--at", text, description)->option_text("POINTER");
+CLI::Option* add_at_option(CLI::App& command, std::optional<Pointer>& at, const char* description) {
+  const auto parse = [&at](const std::string& text) {
+    at = Pointer::parse(text);
+    if (!at) throw UsageError("--at: " + text + " is not a JSON pointer");
+  };
+  return command.add_option_function<std::string>("--at", parse, description)
+      ->option_text("POINTER");
 }
 
-Pointer pointer_of_option(const std::string& text) {
-  std::optional<Pointer> pointer = Pointer::parse(text);
-  if (!pointer) throw UsageError("--at: " + text + " is not a JSON pointer");
-  return std::move(*pointer);
+ovcore::Uuid key_id_of_option(const std::string& text) {
+  const std::optional<ovcore::Uuid> id = ovcore::Uuid::try_parse(text);
+  if (!id) throw UsageError("--key-id: " + text + " is not a UUID");
+  return *id;
 }
 
-const SecuredValue& sealed_value(const AttributeValue& value, const std::string& pointer) {
+void add_choice_options(CLI::App& command, Choice& choice, const char* at_description) {
+  CLI::Option* const at = add_at_option(command, choice.at, at_description);
+  CLI::Option* const key_id =
+      command
+          .add_option_function<std::string>(
+              "--key-id",
+              [&choice](const std::string& text) { choice.key_id = key_id_of_option(text); },
+              "Only values that bear this key id; the others are passed over")
+          ->option_text("UUID");
+  command
+      .add_flag("--others", choice.others,
+                "Pass over values of other keys, which bear no key id of a value of this key")
+      ->option_text("(not with --at, --key-id)")
+      ->excludes(at)
+      ->excludes(key_id);
+  key_id->excludes(at);
+}
+
+std::optional<AttributeValue> visit_one(const std::string& file, const Pointer& pointer,
+                                        const AttributeValue& value, const Visit& visit) {
   if (value.type() != ValueTypeId::typeSecured || value.size() != 1) {
-    raise("What is at '{@pointer}' is not sealed", pointer);
+    raise("What is at '{@pointer}' is not a sealed value", pointer.text());
   }
-  return value.get<SecuredValue>();
+  const auto& sealed = value.get<SecuredValue>();
+  return about_file(description(file, pointer.text(), sealed.key_id().instance_id()),
+                    [&] { return visit(sealed); });
 }
 
-std::string place_in(const std::string& file, const Place& place) {
-  return place.is_whole() ? file : file + ": " + place.pointer();
-}
-
-AttributeValue visit_sealed(const AttributeValue& whole, const Visit& visit) {
+AttributeValue visit_all(const std::string& file, const AttributeValue& whole, const Choice& choice,
+                         const Visit& visit) {
+  Findings findings;
   AttributeValue value = whole;
-  Visitor(visit).visit(value, {}, 0);
+  Visitor(choice, visit, findings).visit(value, {}, 0);
+  findings.judge(file, choice.others);
   return value;
-}
-
-bool is_refusal(const ovcore::ErrorInfo& error) {
-  namespace codes = ovattribute::error;
-  return error.code() == codes::ovattribute_value_secured_keysize ||
-         error.code() == codes::ovattribute_value_secured_ciphertext ||
-         error.code() == codes::ovattribute_value_secured_authentication ||
-         error.code() == codes::ovattribute_value_secured_cipher_unknown;
-}
-
-void KeyFindings::add_authentic(const SecuredValue& sealed) {
-  m_authentic.insert(sealed.key_id());
-}
-
-void KeyFindings::add_refused(const SecuredValue& sealed, Place place, ErrorInfoPtr why) {
-  m_refused.push_back({sealed.key_id(), std::move(place), std::move(why)});
-}
-
-void KeyFindings::judge(const std::string& file) const {
-  if (m_authentic.empty() && m_refused.empty()) fail(file, "There is no sealed value");
-  for (const Refusal& refusal : m_refused) {
-    if (!m_authentic.empty() && !m_authentic.contains(refusal.key_id)) continue;
-    throw FileFailure(place_in(file, refusal.place), refusal.why);
-  }
-  if (m_refused.empty()) return;
-  report(file + ": " + std::to_string(m_refused.size()) +
-         " sealed under other keys, or changed; the first is " + m_refused.front().place.pointer());
 }
 
 }  // namespace ovattr

@@ -2,72 +2,55 @@
 // The sealed values of a document, found and judged under one key.
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
-#include <vector>
 
 #include "ovattribute/attribute_value.h"
 #include "ovattribute/secured_value.h"
-#include "ovcore/ref_count.h"
+#include "ovcore/uuid.h"
 #include "tools/ovattr/pointer.h"
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace ovattr {
 
-using ErrorInfoPtr = ovattribute::SecuredValue::ErrorInfoPtr;
-
 /// Adds --at.
-void add_at_option(CLI::App& command, std::string& text, const char* description);
-/// What --at says. Raises a usage error for what is no pointer.
-[[nodiscard]] Pointer pointer_of_option(const std::string& text);
+CLI::Option* add_at_option(CLI::App& command, std::optional<Pointer>& at, const char* description);
+/// What --key-id says. Raises a usage error for what is no UUID.
+[[nodiscard]] ovcore::Uuid key_id_of_option(const std::string& text);
 
-/// The one sealed value. Raises an error for any other value.
-[[nodiscard]] const ovattribute::SecuredValue& sealed_value(
-    const ovattribute::AttributeValue& value, const std::string& pointer);
-
-/// What messages call a place in a file.
-[[nodiscard]] std::string place_in(const std::string& file, const Place& place);
-
-/// What takes the place of a sealed value, if anything.
-using Visit = std::function<std::optional<ovattribute::AttributeValue>(
-    const ovattribute::SecuredValue& sealed, const Place& place)>;
-
-/// Gives the value with every sealed value in it, at any depth, replaced as `visit` says; what
-/// takes a place is searched too. Raises an error when an element of a list of sealed values would
-/// have to be replaced: what is in them need not be of one type.
-[[nodiscard]] ovattribute::AttributeValue visit_sealed(const ovattribute::AttributeValue& whole,
-                                                       const Visit& visit);
-
-/// Which sealed values are under a key can only be told by their being authentic, and by their
-/// carrying the key id of one that is.
-class KeyFindings {
- public:
-  void add_authentic(const ovattribute::SecuredValue& sealed);
-  /// `why`: what opening or checking raised.
-  void add_refused(const ovattribute::SecuredValue& sealed, Place place, ErrorInfoPtr why);
-
-  /// Raises the first refusal unless some value is authentic; also that of a value which carries
-  /// the key id of an authentic one. Says on standard error how many others there are.
-  void judge(const std::string& file) const;
-
- private:
-  struct Refusal {
-    ovattribute::SecuredValue::KeyId key_id;
-    Place place;
-    ErrorInfoPtr why;
-  };
-
-  std::set<ovattribute::SecuredValue::KeyId> m_authentic;
-  std::vector<Refusal> m_refused;
+/// Which sealed values must be authentic: all, unless an option asks for only some.
+struct Choice {
+  std::optional<Pointer> at;           // only the one there
+  std::optional<ovcore::Uuid> key_id;  // only those that bear it
+  bool others = false;                 // only those that bear the key id of an authentic one
 };
 
-/// Whether the error says that key and sealed value do not belong together.
-[[nodiscard]] bool is_refusal(const ovcore::ErrorInfo& error);
+/// Adds --at, --key-id and --others, of which at most one can be given.
+void add_choice_options(CLI::App& command, Choice& choice, const char* at_description);
+
+/// Opens or checks a sealed value; raises an error when it is not authentic. What it gives, if
+/// anything, takes the place of the sealed value.
+using Visit = std::function<std::optional<ovattribute::AttributeValue>(
+    const ovattribute::SecuredValue& sealed)>;
+
+/// Visits the value that a pointer leads to. Raises an error unless it is one sealed value.
+std::optional<ovattribute::AttributeValue> visit_one(const std::string& file,
+                                                     const Pointer& pointer,
+                                                     const ovattribute::AttributeValue& value,
+                                                     const Visit& visit);
+
+/// Visits every chosen sealed value, also those in what takes a place, and gives the document with
+/// the places taken. Raises an error when there is none, and when one fails: of several errors a
+/// failed authentication goes first. An element of a list of sealed values cannot be replaced,
+/// since what is in the others may be of another type. Says on standard error how many were passed
+/// over. `choice`: without a pointer.
+[[nodiscard]] ovattribute::AttributeValue visit_all(const std::string& file,
+                                                    const ovattribute::AttributeValue& whole,
+                                                    const Choice& choice, const Visit& visit);
 
 }  // namespace ovattr
