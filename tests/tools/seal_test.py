@@ -35,6 +35,9 @@ class Sealing(InFolder):
     def seal(self, *arguments, **named):
         self.run_tool(*self.seal_options(*arguments, **named))
 
+    def mode(self, name):
+        return stat.S_IMODE(os.stat(self.path(name)).st_mode)
+
     def refuse_to_write(self, *arguments, **named):
         """Nor does it change the folder."""
         before = {name: self.read(name) for name in os.listdir(self.folder)}
@@ -47,14 +50,14 @@ class Keygen(Sealing):
     def test_writes_random_bytes_for_the_owner_only(self):
         for name, size in [("k", 16), ("k256", 32)]:
             self.assertEqual(len(self.read(name)), size)
-            self.assertEqual(stat.S_IMODE(os.stat(self.path(name)).st_mode), 0o600)
+            self.assertEqual(self.mode(name), 0o600)
         self.assertNotEqual(self.read("k"), self.read("other"))
         old = os.umask(0o277)
         try:
             self.run_tool("keygen", "--size", "16", "-o", "masked")
         finally:
             os.umask(old)
-        self.assertEqual(stat.S_IMODE(os.stat(self.path("masked")).st_mode), 0o600)
+        self.assertEqual(self.mode("masked"), 0o600)
 
     def test_never_overwrites(self):
         os.symlink("nowhere", self.path("link"))
@@ -99,6 +102,7 @@ class Carried(Sealing):
         for more in [(), ("--at", options[1])] if options else [()]:
             self.run_tool("open", carried, "-o", "opened.json", "--key-file", key, *more)
             self.assertEqual(load(self.path("opened.json")), load(path))
+            self.assertEqual(self.mode("opened.json"), 0o600)
             os.unlink(self.path("opened.json"))
 
     def test_one_attribute_of_a_real_file(self):
@@ -267,6 +271,10 @@ class Refusals(Sealing):
             self.write("bad", b"x" * size)
             message = self.refuse_to_write(*self.seal_options("d.json", "s.json", key="bad"))
             self.assertIn("bad: A key is exactly 16 or 32 bytes", message)
+        for digits in [b"0123456789abcdef", b"0123456789abcdefABCDEF9876543210"]:
+            self.write("hex", digits)
+            self.assertIn("hex: A key is raw bytes, not hexadecimal digits",
+                          self.refuse_to_write(*self.seal_options("d.json", "s.json", key="hex")))
         for key, cipher, text in [("k", "EAX_AES256", "Expexted=32, Provided=16"),
                                   ("k256", "EAX_AES128", "Expexted=16, Provided=32")]:
             message = self.refuse_to_write(
@@ -286,6 +294,7 @@ class Refusals(Sealing):
             ("seal", "d.json", "-o", "s.json", "--key-file", "k", "--key-id", KEY_ID),
             ("open", "d.json"), ("check", "d.json"),
             ("open", "d.json", "--key-fd", "-1"),
+            ("open", "-", "--key-fd", "0"),
             ("check", "d.json", "--key-file", "k", "--key-id", "no-uuid"),
             ("check", "d.json", "--key-file", "k", "--key-id", KEY_ID, "--others"),
             ("check", "d.json", "--key-file", "k", "--at", "/x", "--others"),
@@ -303,6 +312,26 @@ class Refusals(Sealing):
                               ("open", "sealed.json", "-o", output, "--key-file", "k")]:
                 self.assertIn("The output would take the place of the key",
                               self.refuse_to_write(*arguments, code=2))
+
+        with open(self.path("k"), "r+b") as key:
+            done = subprocess.run([TOOL, "open", "sealed.json", "--key-file", "k"], cwd=self.folder,
+                                  stdout=key, stderr=subprocess.PIPE)
+        self.assertEqual(done.returncode, 2, done.stderr)
+        self.assertEqual(len(self.read("k")), 16)
+
+    def test_key_files_open_to_others_draw_a_warning(self):
+        self.seal("d.json", "s.json")
+        for mode in [0o604, 0o640, 0o620, 0o602, 0o600, 0o400]:
+            os.chmod(self.path("k"), mode)
+            code, _, message = ovattr("check", "s.json", "--key-file", "k", cwd=self.folder)
+            self.assertEqual((code, "k: Others than its owner" in message), (0, mode & 0o77 != 0))
+
+    def test_opening_keeps_the_mode_of_an_old_file(self):
+        self.seal("d.json", "s.json")
+        self.write("old.json", "1\n")
+        os.chmod(self.path("old.json"), 0o640)
+        self.run_tool("open", "s.json", "-o", "old.json", "--key-file", "k")
+        self.assertEqual(self.mode("old.json"), 0o640)
 
     def test_a_failure_leaves_the_old_output(self):
         self.write("old.json", "1\n")

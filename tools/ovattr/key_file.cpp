@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <system_error>
@@ -21,11 +22,18 @@ namespace {
 constexpr std::size_t small_key = 16;
 constexpr std::size_t large_key = 32;
 
+bool is_hex_digit(unsigned char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
 ovcrypto::Key read_from(ovcore::IReadStream& stream, const std::string& name) {
   ovcrypto::Key key(large_key + 1);  // the byte more shows what is too large
   const std::size_t size = stream.read(key.data(), key.size());
   if (size != small_key && size != large_key) fail(name, "A key is exactly 16 or 32 bytes");
   key.resize(size);
+  if (std::all_of(key.data(), key.data() + size, is_hex_digit)) {  // by chance never
+    fail(name, "A key is raw bytes, not hexadecimal digits");
+  }
   return key;
 }
 
@@ -71,26 +79,41 @@ std::string KeySource::name() const {
   return descriptor ? "file descriptor " + std::to_string(*descriptor) : file;
 }
 
-void KeySource::refuse_as_output(const std::string& output) const {
-  struct stat key;
-  struct stat target;
-  if (output == "-" || ::stat(output.c_str(), &target) != 0 || !S_ISREG(target.st_mode)) return;
-  if ((descriptor ? ::fstat(*descriptor, &key) : ::stat(file.c_str(), &key)) != 0) return;
-  if (key.st_dev != target.st_dev || key.st_ino != target.st_ino) return;
-  throw UsageError("The output would take the place of the key: " + output);
+std::optional<struct stat> KeySource::status() const {
+  struct stat status;
+  const int failure = descriptor ? ::fstat(*descriptor, &status) : ::stat(file.c_str(), &status);
+  return failure != 0 ? std::nullopt : std::make_optional(status);
 }
 
-ovcrypto::Key KeySource::read() const {
+void KeySource::refuse_as_output(const std::string& output) const {
+  struct stat target;
+  const int failure =
+      output == "-" ? ::fstat(STDOUT_FILENO, &target) : ::stat(output.c_str(), &target);
+  if (failure != 0 || !S_ISREG(target.st_mode)) return;
+  const auto key = status();
+  if (!key || key->st_dev != target.st_dev || key->st_ino != target.st_ino) return;
+  throw UsageError("The output would take the place of the key: " + output_name(output));
+}
+
+ovcrypto::Key KeySource::read(const std::string& input) const {
   if (!descriptor && file.empty()) {
     throw UsageError("--key-file or --key-fd says where the key is");
   }
   if (file == "-") throw UsageError("A key comes from standard input by --key-fd 0");
-  return about_file(name(), [&] {
-    if (descriptor) {
-      return read_from(*ovcore::make_ref_counted<ovcore::FileReadStream>(*descriptor), name());
-    }
-    return read_from(*ovcore::make_ref_counted<ovcore::FileReadStream>(file), name());
+  if (descriptor == STDIN_FILENO && input == "-") {
+    throw UsageError("Key and values cannot both come from standard input");
+  }
+  ovcrypto::Key key;
+  about_file(name(), [&] {
+    key = read_from(*(descriptor ? ovcore::make_ref_counted<ovcore::FileReadStream>(*descriptor)
+                                 : ovcore::make_ref_counted<ovcore::FileReadStream>(file)),
+                    name());
   });
+  const auto found = status();
+  if (found && S_ISREG(found->st_mode) && (found->st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    report(name() + ": Others than its owner may read or change this key; chmod 600 ends that");
+  }
+  return key;
 }
 
 void add_key_options(CLI::App& command, KeySource& source) {

@@ -2,6 +2,8 @@
 // Keys on the command line: never their bytes, only where these come from.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 
@@ -20,10 +22,15 @@ struct KeySource {
 
   /// What messages call it.
   [[nodiscard]] std::string name() const;
-  /// The raw bytes, exactly 16 or 32. Errors name the source.
-  [[nodiscard]] ovcrypto::Key read() const;
+  /// The raw bytes, exactly 16 or 32, from elsewhere than `input`, the file of the values. Errors
+  /// name the source. Warns on standard error when others may read or change the file.
+  [[nodiscard]] ovcrypto::Key read(const std::string& input) const;
   /// What a key sealed is lost with it. Raises a usage error.
   void refuse_as_output(const std::string& output) const;
+
+ private:
+  /// Nothing when there is none.
+  [[nodiscard]] std::optional<struct stat> status() const;
 };
 
 /// Adds --key-file and --key-fd.

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening and checking what was sealed.
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <optional>
@@ -27,7 +29,7 @@ struct Open {
 
   void run() const {
     key_source.refuse_as_output(writing.file);
-    const ovcrypto::Key key = key_source.read();
+    const ovcrypto::Key key = key_source.read(reading.file);
     const AttributeValue whole = read_document(reading);
     const std::string name = input_name(reading.file);
     write_document(writing, about_file(name, [&] { return opened(name, whole, key); }));
@@ -52,7 +54,7 @@ struct Check {
   Choice choice;
 
   void run() const {
-    const ovcrypto::Key key = key_source.read();
+    const ovcrypto::Key key = key_source.read(reading.file);
     const AttributeValue whole = read_document(reading);
     const std::string name = input_name(reading.file);
     about_file(name, [&] { check(name, whole, key); });
@@ -94,8 +96,9 @@ void add_open(CLI::App& app) {
   add_choice_options(*command, open->choice, "The one sealed value to open; else all of them");
   command->footer(
       "Nothing is written unless all that is to be opened is authentic. What is passed over stays\n"
-      "sealed.\n\n"
+      "sealed. A new file is for its owner only.\n\n"
       "Example:\n  ovattr open sealed.json -o order.json --key-file orders.key");
+  open->writing.new_file_mode = S_IRUSR | S_IWUSR;
   command->callback([open] { open->run(); });
 }
 

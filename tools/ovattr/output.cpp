@@ -30,13 +30,13 @@ namespace {
                    {"tools/ovattr/output", "ovattr::Output()", 0});
 }
 
-/// What a new file may be done with: as an old one, else as the user's mask says.
-mode_t mode_of(const std::string& file) {
+/// What a new file may be done with: as an old one, else as asked for, less the user's mask.
+mode_t mode_of(const std::string& file, mode_t new_file_mode) {
   struct stat old;
   if (::stat(file.c_str(), &old) == 0) return old.st_mode & 07777;
   const mode_t mask = ::umask(0);
   ::umask(mask);
-  return 0666 & ~mask;
+  return new_file_mode & ~mask;
 }
 
 bool is_special(const std::string& file) {
@@ -148,7 +148,8 @@ SignalsHeld::~SignalsHeld() {
   ::pthread_sigmask(SIG_SETMASK, &m_former, nullptr);
 }
 
-Output::Output(const std::string& file) : m_file(file), m_descriptor(-1) {
+Output::Output(const std::string& file, mode_t new_file_mode)
+    : m_file(file), m_new_file_mode(new_file_mode), m_descriptor(-1) {
   if (file == "-" || is_standard_output(file)) {
     m_descriptor = STDOUT_FILENO;
   } else if (is_special(file)) {
@@ -177,7 +178,9 @@ void Output::refuse_terminal() const {
 
 void Output::commit() {
   if (m_descriptor == STDOUT_FILENO) return;
-  if (!m_temporary.empty() && ::fchmod(m_descriptor, mode_of(m_file)) != 0) fail_writing(errno);
+  if (!m_temporary.empty() && ::fchmod(m_descriptor, mode_of(m_file, m_new_file_mode)) != 0) {
+    fail_writing(errno);
+  }
   const int descriptor = m_descriptor;
   m_descriptor = -1;
   if (::close(descriptor) != 0) fail_writing(errno);

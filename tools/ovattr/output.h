@@ -2,6 +2,8 @@
 // Where a command's result goes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <csignal>
 #include <streambuf>
 #include <string>
@@ -26,8 +28,9 @@ class SignalsHeld {
 /// complete: what fails half way leaves the old file as it was, or none.
 class Output {
  public:
-  /// Raises `ovcore_stream_write`.
-  explicit Output(const std::string& file);
+  /// `new_file_mode`: of a file that does not exist, before the user's mask. Raises
+  /// `ovcore_stream_write`.
+  explicit Output(const std::string& file, mode_t new_file_mode = 0666);
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
   /// Without `commit` before, nothing has happened.
@@ -40,6 +43,7 @@ class Output {
 
  private:
   std::string m_file;
+  mode_t m_new_file_mode;
   std::string m_temporary;  // empty when the target is written directly
   int m_descriptor;
   ovcore::RefCountPtr<ovcore::IWriteStream> m_stream;

@@ -28,7 +28,7 @@ struct Seal {
 
   void run() const {
     key_source.refuse_as_output(writing.file);
-    const ovcrypto::Key key = key_source.read();
+    const ovcrypto::Key key = key_source.read(reading.file);
     const AttributeValue whole = read_document(reading);
     const AttributeValue sealed = about_file(input_name(reading.file), [&] {
       return at.value_or(Pointer()).replace_in(whole, [&](const AttributeValue& value) {

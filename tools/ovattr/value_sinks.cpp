@@ -126,7 +126,7 @@ class TraceSink final : public ValueSink {
 }  // namespace
 
 ValueSink::ValueSink(const Writing& writing)
-    : m_name(output_name(writing.file)), m_output(writing.file) {}
+    : m_name(output_name(writing.file)), m_output(writing.file, writing.new_file_mode) {}
 
 void ValueSink::write(const AttributeValue& value) {
   about_file(m_name, [&] { put(value); });
