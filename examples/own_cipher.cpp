@@ -17,7 +17,7 @@ class Provider final : public SecuredValue::ICipherProvider {
       const std::string& cipher_id) const override {
     if (cipher_id == m_cipher.cipher_id())
       return ovcore::InterfacePtr<const SecuredValue::ICipher>(&m_cipher);
-    return SecuredValue::default_cipher_provider()->find_cipher(cipher_id);
+    return SecuredValue::authenticating_cipher_provider()->find_cipher(cipher_id);
   }
   const SecuredValue::ICipher& cipher() const { return m_cipher; }
 

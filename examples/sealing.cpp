@@ -50,7 +50,8 @@ void receive(const Bytes& message, const ovcrypto::Key& key) {
   const AttributeMap payment(reader);
   const SecuredValue& sealed = account.get(payment);
   SecuredValue::ErrorInfoPtr error;
-  const AttributeValue opened = sealed.extract(key, &error);
+  const AttributeValue opened =
+      sealed.extract(key, *SecuredValue::authenticating_cipher_provider(), &error);
   if (error) {
     std::cout << "refused: " << error->message() << "\n";
   } else if (sealed.annotation() == "account of payment 17") {  // not moved from elsewhere

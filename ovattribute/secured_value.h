@@ -91,7 +91,13 @@ class OV_EXPORT SecuredValue {
   /// "EAX_AES128", for new values.
   [[nodiscard]] static ovcore::InterfacePtr<const ICipher> default_cipher();
   /// Knows "EAX_AES128", "EAX_AES256" and "NULL".
+  ///
+  /// WARNING: "NULL" protects nothing. Whoever writes a value chooses its cipher, so one that
+  /// anybody has made up opens with this provider and an empty key, and is called authentic. Open
+  /// what comes from elsewhere with `authenticating_cipher_provider`.
   [[nodiscard]] static ovcore::InterfacePtr<const ICipherProvider> default_cipher_provider();
+  /// Knows "EAX_AES128" and "EAX_AES256": what it opens was sealed by who has the key.
+  [[nodiscard]] static ovcore::InterfacePtr<const ICipherProvider> authenticating_cipher_provider();
 
   [[nodiscard]] const std::string& annotation() const noexcept { return m_annotation; }
   [[nodiscard]] const std::string& cipher_id() const noexcept { return m_cipher_id; }
@@ -103,6 +109,9 @@ class OV_EXPORT SecuredValue {
   /// no such cipher, what the cipher raises for a wrong key or changed bytes, and what the reader
   /// raises for a plaintext that is no value. With an error pointer nothing of this is raised: the
   /// error is stored there and the result is Null; the pointer becomes null on success.
+  ///
+  /// WARNING: without a provider these, and those below, take `default_cipher_provider`, under
+  /// which a forged value of the cipher "NULL" is authentic to who has an empty key.
   [[nodiscard]] AttributeValue extract(const ovcrypto::Key& key,
                                        ErrorInfoPtr* error = nullptr) const;
   [[nodiscard]] AttributeValue extract(const ovcrypto::Key& key, const ICipherProvider& provider,

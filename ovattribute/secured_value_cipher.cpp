@@ -195,16 +195,26 @@ ovcore::InterfacePtr<const SecuredValue::ICipher> the_cipher() {
 
 }  // namespace
 
-class DefaultCipherProvider final : public SecuredValue::ICipherProvider {
+class AuthenticatingCipherProvider final : public SecuredValue::ICipherProvider {
  public:
   ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
       const std::string& cipher_id) const override {
     for (const auto& cipher :
-         {the_cipher<SecuredValueCipherEaxAes128>(), the_cipher<SecuredValueCipherEaxAes256>(),
-          the_cipher<SecuredValueCipherNull>()}) {
+         {the_cipher<SecuredValueCipherEaxAes128>(), the_cipher<SecuredValueCipherEaxAes256>()}) {
       if (cipher->cipher_id() == cipher_id) return cipher;
     }
     return nullptr;
+  }
+};
+
+class DefaultCipherProvider final : public SecuredValue::ICipherProvider {
+ public:
+  ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
+      const std::string& cipher_id) const override {
+    auto cipher = SecuredValue::authenticating_cipher_provider()->find_cipher(cipher_id);
+    if (cipher) return cipher;
+    const auto null = the_cipher<SecuredValueCipherNull>();
+    return cipher_id == null->cipher_id() ? null : nullptr;
   }
 };
 
@@ -216,6 +226,12 @@ ovcore::InterfacePtr<const SecuredValue::ICipher> SecuredValue::default_cipher()
 
 ovcore::InterfacePtr<const SecuredValue::ICipherProvider> SecuredValue::default_cipher_provider() {
   static const ovcore::StaticInstance<const impl::DefaultCipherProvider> provider;
+  return ovcore::InterfacePtr<const ICipherProvider>(&*provider);
+}
+
+ovcore::InterfacePtr<const SecuredValue::ICipherProvider>
+SecuredValue::authenticating_cipher_provider() {
+  static const ovcore::StaticInstance<const impl::AuthenticatingCipherProvider> provider;
   return ovcore::InterfacePtr<const ICipherProvider>(&*provider);
 }
 

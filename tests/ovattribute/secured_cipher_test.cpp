@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "ovattribute/attribute_value.h"
 #include "ovattribute/error_codes.h"
 #include "tests/ovattribute/sealing.h"
 #include "tests/support/error_matcher.h"
@@ -176,6 +177,22 @@ TEST(SecuredCipher, IsFoundByItsExactId) {
     EXPECT_FALSE(cipher_of(id)) << id;
   EXPECT_EQ(SecuredValue::default_cipher(), cipher_of("EAX_AES128"));
   EXPECT_EQ(SecuredValue::default_cipher_provider(), SecuredValue::default_cipher_provider());
+}
+
+TEST(SecuredCipher, AuthenticatingProviderOpensNothingForged) {
+  const auto provider = SecuredValue::authenticating_cipher_provider();
+  for (const char* const id : {"EAX_AES128", "EAX_AES256"})
+    EXPECT_EQ(provider->find_cipher(id), cipher_of(id));
+  // Anybody can make this.
+  const SecuredValue forged(AttributeValue("a lie"), "", {}, ovcrypto::Key(), *cipher_of("NULL"));
+  EXPECT_TRUE(forged.authenticate(ovcrypto::Key()));
+  const auto expect_unknown = [](auto&& use) {
+    EXPECT_ERROR(use(), error::ovattribute_value_secured_cipher_unknown,
+                 "Unknown/unsupported cipher: NULL");
+  };
+  expect_unknown([&] { return forged.authenticate(ovcrypto::Key(), *provider); });
+  expect_unknown([&] { return forged.extract(ovcrypto::Key(), *provider); });
+  expect_unknown([&] { return forged.extract_binary_as_key(ovcrypto::Key(), *provider); });
 }
 
 TEST(SecuredCipher, SealsUnderAFreshNonceEveryTime) {

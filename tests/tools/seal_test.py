@@ -230,6 +230,17 @@ class Opening(Sealing):
                       self.refuse_to_write("open", "l.json", "-o", "x.json", "--key-file", "k"))
 
 
+    def test_the_cipher_that_seals_nothing_is_unknown(self):
+        self.write("d.json", '{"n": 1}')
+        self.seal("d.json", "sealed.json")
+        forged = self.read("sealed.json").decode().replace("EAX_AES128", "NULL")
+        self.write("forged.json", forged)
+        for arguments in [("check",), ("open", "-o", "x.json"), ("open", "-o", "x.json", "--at", "")]:
+            with self.subTest(arguments):
+                self.assertIn("Unknown/unsupported cipher: NULL", self.refuse_to_write(
+                    arguments[0], "forged.json", *arguments[1:], "--key-file", "k"))
+
+
 class Refusals(Sealing):
     def setUp(self):
         super().setUp()

@@ -39,7 +39,8 @@ struct Open {
   [[nodiscard]] AttributeValue opened(const std::string& name, const AttributeValue& whole,
                                       const ovcrypto::Key& key) const {
     const auto open = [&](const SecuredValue& sealed) {
-      return std::make_optional(sealed.extract(key));
+      return std::make_optional(
+          sealed.extract(key, *SecuredValue::authenticating_cipher_provider()));
     };
     if (!choice.at) return visit_all(name, whole, choice, open);
     return choice.at->replace_in(whole, [&](const AttributeValue& value) {
@@ -63,7 +64,8 @@ struct Check {
  private:
   void check(const std::string& name, const AttributeValue& whole, const ovcrypto::Key& key) const {
     const auto check = [&](const SecuredValue& sealed) {
-      if (!sealed.authenticate(key)) fail_authentication(sealed);
+      if (!sealed.authenticate(key, *SecuredValue::authenticating_cipher_provider()))
+        fail_authentication(sealed);
       return std::optional<AttributeValue>();
     };
     if (!choice.at) {

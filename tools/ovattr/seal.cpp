@@ -42,7 +42,7 @@ struct Seal {
   [[nodiscard]] SecuredValue seal(const AttributeValue& value, SecuredValue::KeyId id,
                                   const ovcrypto::Key& key) const {
     const std::string fitting = key.size() == 32 ? "EAX_AES256" : "EAX_AES128";
-    const auto cipher = SecuredValue::default_cipher_provider()->find_cipher(
+    const auto cipher = SecuredValue::authenticating_cipher_provider()->find_cipher(
         cipher_id.empty() ? fitting : cipher_id);
     const bool fits = key.size() == cipher->key_size();
     return about_file(fits ? input_name(reading.file) : key_source.name(),
