@@ -19,6 +19,12 @@ namespace {
 
 constexpr std::string_view replacement = "\xef\xbf\xbd";  // U+FFFD
 
+// Else a line could be endless.
+TextWriterOptions bounded(TextWriterOptions options) noexcept {
+  options.indent = std::min<std::size_t>(options.indent, 64);
+  return options;
+}
+
 bool is_escaped(char c) noexcept {
   return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
 }
@@ -85,7 +91,7 @@ inline void TextWriter::check_size(const Site& site, std::size_t size) const {
 TextWriter::TextWriter(ovcore::RefCountPtr<ovcore::IWriteStream> target,
                        const TextWriterOptions& options)
     : m_target(std::move(target)),
-      m_options(options),
+      m_options(bounded(options)),
       m_capacity(std::max<std::size_t>(options.buffer_size, 1)),
       m_buffer(std::make_unique<char[]>(m_capacity + impl::block_size)) {}
 

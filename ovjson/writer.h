@@ -60,7 +60,7 @@ class OV_EXPORT Writer {
 };
 
 struct TextWriterOptions {
-  std::size_t indent = 0;                    // blanks a level; 0 puts everything on one line
+  std::size_t indent = 0;                    // blanks a level, at most 64; 0 writes one line
   std::size_t max_depth = 512;               // open objects and arrays
   std::size_t max_value_size = 134'217'728;  // bytes of one string, name or number
   bool replace_invalid_utf8 = false;         // by U+FFFD, else it is an error

@@ -119,7 +119,7 @@ void TextWriter::separate() {
 void TextWriter::new_line() {
   constexpr std::string_view blanks = "                                ";
   out("\n");
-  for (std::size_t left = m_indentation * m_options.indent; left > 0;) {
+  for (std::size_t left = m_indentation * std::min(m_options.indent, 64U); left > 0;) {
     const std::size_t step = std::min(left, blanks.size());
     out(blanks.substr(0, step));
     left -= step;

@@ -14,7 +14,7 @@ struct TextOptions {
   /// Everything on one line; else every item on its own, indented by what is open around it, and a
   /// line break at the end.
   bool one_line = true;
-  /// Blanks for each open sequence or structure.
+  /// Blanks for each open sequence or structure; more than 64 are taken for 64.
   unsigned indent = 2;
 };
 

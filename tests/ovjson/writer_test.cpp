@@ -100,6 +100,16 @@ TEST(TextWriter, LaysDocumentsOut) {
   }
 }
 
+TEST(TextWriter, EndsWhateverTheIndentIs) {
+  for (const std::size_t indent : {std::size_t{65}, SIZE_MAX / 2, SIZE_MAX}) {
+    Output out({.indent = indent});
+    perform(out.writer, "[s[s]]");
+    const std::string blanks(64, ' ');
+    EXPECT_EQ(out.closed(), "[\n" + blanks + "\"s\",\n" + blanks + "[\n" + blanks + blanks +
+                                "\"s\"\n" + blanks + "]\n]");
+  }
+}
+
 TEST(TextWriter, RefusesCallsOutOfOrderAndGoesOn) {
   for (const ovtest::Row& row : ovtest::read_table("json/writer_order.txt", 5)) {
     SCOPED_TRACE(row[0] + " " + row[1]);

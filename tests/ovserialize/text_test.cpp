@@ -107,6 +107,8 @@ TEST(Text, LaysOutWithLineBreaks) {
             "]\n");
   EXPECT_EQ(to_text({}), "");
   EXPECT_EQ(to_text({}, {.one_line = false}), "");
+  EXPECT_EQ(to_text(from_text("[_ 2, 1, 2]"), {.one_line = false, .indent = UINT_MAX}),
+            "[_ 2,\n" + std::string(64, ' ') + "1,\n" + std::string(64, ' ') + "2\n]\n");
 }
 
 TEST(Text, IsReadFreely) {
