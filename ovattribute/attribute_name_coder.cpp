@@ -51,7 +51,7 @@ AttributeNameEncoder::AttributeNameEncoder(PackageSetPtr package_set)
     : m_package_set(std::move(package_set)) {
   if (!m_package_set) return;
   m_bases.assign(m_package_set->size(), inactive);
-  m_owners.assign(m_package_set->several_count(), none);
+  m_owners.assign(m_package_set->m_several_count, none);
 }
 
 AttributeNameEncoder::~AttributeNameEncoder() = default;
@@ -78,8 +78,8 @@ void AttributeNameEncoder::activate(std::size_t package) noexcept {
   m_refs.push_back({ptr, m_bases[package]});
   if (m_owners.empty()) return;
   for (const AttributeName& name : *ptr) {
-    const impl::NameIndex::Entry& entry = *m_package_set->locate(name);
-    if ((entry.package & AttributeNamePackageSet::several) == 0) continue;
+    const impl::NameIndex::Entry& entry = *m_package_set->m_index.find(name);
+    if ((entry.package & impl::NameIndex::several) == 0) continue;
     std::uint32_t& owner = m_owners[entry.position];
     if (owner == none) owner = static_cast<std::uint32_t>(package);
   }
@@ -87,12 +87,13 @@ void AttributeNameEncoder::activate(std::size_t package) noexcept {
 
 void AttributeNameEncoder::write_attribute_name(ovserialize::Writer& writer,
                                                 const AttributeName& name) {
-  const impl::NameIndex::Entry* const entry = m_package_set ? m_package_set->locate(name) : nullptr;
+  const impl::NameIndex::Entry* const entry =
+      m_package_set ? m_package_set->m_index.find(name) : nullptr;
   if (entry == nullptr) return writer.write_string_key(name.key());
   Place place{entry->package, entry->position};
-  if ((entry->package & AttributeNamePackageSet::several) != 0) {
-    place = place_of_one_of_several(name, entry->package & ~AttributeNamePackageSet::several,
-                                    entry->position);
+  if ((entry->package & impl::NameIndex::several) != 0) {
+    place =
+        place_of_one_of_several(name, entry->package & ~impl::NameIndex::several, entry->position);
   }
   if (m_bases[place.package] == inactive) {
     m_refs.reserve(m_package_set->size());

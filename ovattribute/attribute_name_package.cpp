@@ -81,8 +81,8 @@ impl::NameIndex index_of(const std::vector<PackagePtr>& packages, std::uint32_t&
       if (entry.package == impl::NameIndex::vacant) {
         entry.package = static_cast<std::uint32_t>(p);
         entry.position = static_cast<std::uint32_t>(i);
-      } else if ((entry.package & AttributeNamePackageSet::several) == 0) {
-        entry.package |= AttributeNamePackageSet::several;
+      } else if ((entry.package & impl::NameIndex::several) == 0) {
+        entry.package |= impl::NameIndex::several;
         entry.position = several_count++;
       }
     }
@@ -260,15 +260,15 @@ const PackagePtr* AttributeNamePackageSet::find(const ovcore::Uuid& id) const no
 }
 
 const PackagePtr* AttributeNamePackageSet::find(const AttributeName& name) const noexcept {
-  const impl::NameIndex::Entry* const entry = locate(name);
-  return entry != nullptr ? begin() + (entry->package & ~several) : end();
+  const impl::NameIndex::Entry* const entry = m_index.find(name);
+  return entry != nullptr ? begin() + (entry->package & ~impl::NameIndex::several) : end();
 }
 
 bool AttributeNamePackageSet::check_duplicate_names(std::set<AttributeName>* names) const {
   std::set<AttributeName> found;
   for (const PackagePtr& package : m_packages) {
     for (const AttributeName& name : *package) {
-      if ((locate(name)->package & several) != 0) found.insert(name);
+      if ((m_index.find(name)->package & impl::NameIndex::several) != 0) found.insert(name);
     }
   }
   const bool any = !found.empty();

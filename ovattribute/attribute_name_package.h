@@ -130,25 +130,17 @@ class OV_EXPORT AttributeNamePackageSet final : public ovcore::RefCounted {
   /// A structure of a sequence of the packages.
   void write(ovserialize::Writer& writer) const;
 
-  /// Where the name is, for encoders: the number of the first package in this set that has it, and
-  /// the position in that. With the bit `several` in the number, more packages have it, and in
-  /// place of the position stands which of the `several_count` such names it is. Null when the name
-  /// is in none.
-  [[nodiscard]] const impl::NameIndex::Entry* locate(const AttributeName& name) const noexcept {
-    return m_index.find(name);
-  }
-  static constexpr std::uint32_t several = std::uint32_t{1} << 31;
-  [[nodiscard]] std::size_t several_count() const noexcept { return m_several_count; }
-
  private:
+  friend class AttributeNameEncoder;
+
   AttributeNamePackageSet(std::vector<PackagePtr> packages, impl::NameIndex index,
                           std::size_t several_count) noexcept;
   [[nodiscard]] static Ptr create_aux(std::vector<PackagePtr>& packages);
   static void read_append_aux(std::vector<PackagePtr>& packages, ovserialize::Reader& reader);
 
   const std::vector<PackagePtr> m_packages;
-  const impl::NameIndex m_index;  // of the names of all packages
-  const std::size_t m_several_count;
+  const impl::NameIndex m_index;      // of the names of all packages
+  const std::size_t m_several_count;  // names in more than one
 };
 
 /// Collects packages and sets, none of them null.

@@ -17,7 +17,11 @@ namespace ovattribute::impl {
 class NameIndex {
  public:
   static constexpr std::uint32_t vacant = ~std::uint32_t{0};
+  static constexpr std::uint32_t several = std::uint32_t{1} << 31;
 
+  /// In the index of a set: the number of the first package that has the name, and the position in
+  /// that. With the bit `several` in the number, more packages have it, and in place of the
+  /// position stands which of all such names it is.
   struct Entry {
     std::uintptr_t token = 0;
     std::uint32_t package = vacant;
