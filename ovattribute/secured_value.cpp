@@ -99,6 +99,7 @@ std::ostream& operator<<(std::ostream& out, const SecuredValue::KeyId& id) {
 }
 
 std::ostream& operator<<(std::ostream& out, const SecuredValue& value) {
+  out.width(0);
   return out << "(cipher=" << ovcore::SourceString(value.cipher_id())
              << ", keyid=" << value.key_id()
              << ", datasize=" << ovcore::SourceString(ovcore::NumberText(value.data_size()).view())

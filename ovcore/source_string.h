@@ -39,7 +39,9 @@ class SourceString {
   friend constexpr std::strong_ordering operator<=>(SourceString a, SourceString b) noexcept {
     return a.m_view <=> b.m_view;
   }
+  /// Takes the stream's width and pads nothing, as all that the libraries print.
   friend std::ostream& operator<<(std::ostream& out, SourceString text) {
+    out.width(0);
     return out.write(text.data(), static_cast<std::streamsize>(text.size()));
   }
 

@@ -48,7 +48,7 @@ void impl::reclaim(KeyToken* token) noexcept {
 }
 
 void ObjectKeyBase::write_trace(std::ostream& out) const {
-  if (m_token != nullptr) out << SourceString(m_token->text);
+  out << SourceString(m_token != nullptr ? std::string_view(m_token->text) : "");
 }
 
 std::size_t StringKey::interned_count() noexcept {

@@ -3,6 +3,8 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -100,6 +102,26 @@ TEST(Printing, IsReadableForEachType) {
   };
   for (const auto& [printed, text] : cases)
     EXPECT_EQ(printed, text);
+}
+
+TEST(Printing, TakesTheWidthAndPadsNothing) {
+  const auto check = [](const auto&... printed) {
+    const auto one = [](const auto& object) {
+      std::ostringstream plain, wide;
+      plain << object << '|';
+      wide << std::setw(100) << std::setfill('*') << object << '|';
+      EXPECT_EQ(wide.str(), plain.str());
+    };
+    (one(printed), ...);
+  };
+  check(AttributeName("caller"), AttributeName(), ovcore::StringKey("caller"), ovcore::StringKey(),
+        ovcore::SourceString("text"), ovcore::SourceString(""));
+  check(ValueTypeId::typeUri, AttributeValue(), AttributeValue("x"), AttributeMap(),
+        AttributeMap{{"id", 17}}, MutableAttributeMap(), Attribute("caller", "alice"));
+  check(SecuredValue(), SecuredValue::KeyId("orders", {}), SecuredValue::KeyId());
+  check(ovcore::Uuid(), ovuri::UriReference("a/b?c"), ovcore::AbsoluteTime(),
+        ovcore::RelativeTime::from_seconds(90), ovcore::SimpleDateTime(2024, 2, 29));
+  check(ovcore::ErrorCode("error.a", false), *error("error.a", error("error.b")));
 }
 
 }  // namespace
