@@ -45,7 +45,8 @@ void BinaryValue::set(ovcore::IReadStream& stream) {
                      {"ovattribute/binary_value", "ovattribute::BinaryValue::set()", 87});
   }
   Buffer buffer = make_buffer(size);
-  m_size = stream.read(buffer.get(), size);
+  unsigned char nothing;  // no stream gets a null pointer to read to
+  m_size = stream.read(buffer ? buffer.get() : &nothing, size);
   m_data = std::move(buffer);
 }
 

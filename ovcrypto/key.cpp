@@ -71,7 +71,8 @@ void Key::read(ovcore::IReadStream& stream) {
   if (announced != ovcore::IReadStream::unknown) {
     check_size(announced, function);
     Key key(static_cast<std::size_t>(announced));
-    key.reallocate(stream.read(key.m_data, key.m_size));
+    unsigned char nothing;  // no stream gets a null pointer to read to
+    key.reallocate(stream.read(key.m_size > 0 ? key.m_data : &nothing, key.m_size));
     return swap(key);
   }
 

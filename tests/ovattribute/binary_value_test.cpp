@@ -45,6 +45,7 @@ class TestStream final : public ovcore::IReadStream {
 
   std::size_t read(void* buffer, std::size_t size) override {
     reads.push_back(size);
+    EXPECT_NE(buffer, nullptr);
     if (reads.size() == failing_read) {
       ovcore::throw_error(ovcore::error::ovcore_stream_read, "no more", {});
     }
