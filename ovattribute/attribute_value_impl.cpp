@@ -426,6 +426,7 @@ OV_EXPORT ValueBase* ValueFactory<NullValueType>::create_list(std::span<const Nu
   return null_storage();
 }
 
+template const NullValueType& ValueTypeTraitsBase<NullValueType>::default_value();
 template class TypedValue<NullValueType>;
 
 #define OV_INSTANTIATE(T)                                    \

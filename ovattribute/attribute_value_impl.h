@@ -42,7 +42,7 @@ class TraceFormatter;
 namespace impl {
 
 /// The stored type of Null values: no data.
-struct NullValueType {};
+struct OV_EXPORT NullValueType {};
 
 struct ValueAccess;
 
@@ -107,10 +107,10 @@ struct ValueTypeTraitsBase {
   [[nodiscard]] static std::size_t hash(const T& a) { return a.hash(); }
   using DefaultHolder = ovcore::StaticInstance<T>;
   /// A default-built element, shared and never destroyed.
-  [[nodiscard]] static const T& default_value();
+  [[nodiscard]] OV_EXPORT static const T& default_value();
   /// Writes a whole value of the type.
-  static void write_trace(std::ostream& out, const TraceFormatter& formatter, unsigned level,
-                          std::span<const T> elements);
+  OV_EXPORT static void write_trace(std::ostream& out, const TraceFormatter& formatter,
+                                    unsigned level, std::span<const T> elements);
 };
 
 /// Plain types: passed by value.

@@ -3,15 +3,27 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <iomanip>
 #include <limits>
+#include <span>
 #include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "ovattribute/attribute_map.h"
 #include "ovattribute/attribute_value_impl.h"
+#include "ovattribute/binary_value.h"
 #include "ovattribute/error_codes.h"
+#include "ovattribute/secured_value.h"
+#include "ovattribute/serialized_value.h"
+#include "ovattribute/trace_formatter.h"
+#include "ovcore/error_info.h"
+#include "ovcore/simple_date_time.h"
+#include "ovcore/time.h"
+#include "ovcore/uuid.h"
+#include "ovuri/uri_reference.h"
 #include "tests/support/error_matcher.h"
 
 namespace ovattribute {
@@ -22,10 +34,20 @@ struct Row {
   const ValueTypeId* type;
   const ValueTypeId* of_elements;
   const char* name;
+  std::string (*default_text)();
 };
 
+/// A program outside of the library may call what the traits declare.
+template <class T>
+std::string default_text() {
+  using Traits = impl::ValueTypeTraits<T>;
+  std::ostringstream out;
+  Traits::write_trace(out, TraceFormatter(), 0, std::span<const T>(&Traits::default_value(), 1));
+  return out.str();
+}
+
 #define ROW(number, name, T, text) \
-  { number, &ValueTypeId::type##name, &impl::ValueTypeTraits<T>::type(), text }
+  { number, &ValueTypeId::type##name, &impl::ValueTypeTraits<T>::type(), text, &default_text<T> }
 const Row rows[] = {ROW(0, Null, impl::NullValueType, "Null"),
                     ROW(1, Boolean, bool, "Boolean"),
                     ROW(2, Integer, long long, "Integer"),
@@ -68,8 +90,15 @@ TEST(ValueTypeId, HasFifteenInstances) {
 TEST(ValueTypeId, IsWrittenAsItsNameAlone) {
   for (const Row& row : rows) {
     std::ostringstream out;
-    out << std::setw(20) << std::setfill('*') << std::left << *row.type;
-    EXPECT_EQ(out.str(), row.name);
+    out << std::setw(20) << std::setfill('*') << std::left << *row.type << '|';
+    EXPECT_EQ(out.str(), std::string(row.name) + '|');
+  }
+}
+
+TEST(ValueTypeId, HasADefaultElement) {
+  for (const Row& row : rows) {
+    const std::string text = row.default_text();
+    EXPECT_EQ(text.substr(0, 1 + std::strlen(row.name)), std::string("[") + row.name);
   }
 }
 
