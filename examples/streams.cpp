@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A log of maps in a file: written one after the other, read until the end, shown as text.
+// A log of maps in a file: written one after the other, read until the end, shown as text; and an
+// answer that fails.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +10,10 @@
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/attribute_value_marshaler.h"
+#include "ovattribute/binary_value.h"
+#include "ovcore/exception.h"
+#include "ovserialize/memory_reader.h"
+#include "ovserialize/memory_writer.h"
 #include "ovserialize/stream_reader.h"
 #include "ovserialize/stream_writer.h"
 #include "ovserialize/text_writer.h"
@@ -49,4 +54,20 @@ int main() {
   text_writer.close();
   std::cout << text << "\n";
   // [text]
+
+  const std::string pixels(17 << 20, '\0');
+  const ovattribute::BinaryValue picture(reinterpret_cast<const unsigned char*>(pixels.data()),
+                                         pixels.size());
+  // [failure]
+  ovserialize::MemoryWriter reply;
+  try {
+    reply << AttributeMap{{"door", 1}, {"picture", picture}};  // a picture of 17 MiB
+  } catch (const ovcore::Exception& failure) {
+    reply << AttributeMap{{"failure", failure.info()}};
+  }
+  ovserialize::MemoryReader received(reply.memory_list());
+  const AttributeMap answer(received);
+  const auto why = answer.query("failure").get<ovcore::RefCountPtr<const ovcore::ErrorInfo>>();
+  std::cout << answer.size() << " attribute: " << why->message() << "\n";
+  // [failure]
 }

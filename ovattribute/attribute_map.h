@@ -150,8 +150,8 @@ class OV_EXPORT AttributeMapBase {
 
   /// The entries as a sequence, each its name and its value, in the map's order; a coder has all
   /// names, also of maps inside values. Raise what the writer or the coder raises, and
-  /// `ovserialize_writer_depth` when maps nest deeper than `nesting_limit()`; what was written
-  /// before stays written.
+  /// `ovserialize_writer_depth` when maps nest deeper than `nesting_limit()`; then nothing of the
+  /// map was written.
   void write(ovserialize::Writer& writer) const;
   void write(ovserialize::Writer& writer, IAttributeNameEncoder& encoder) const;
   /// One entry as in `write`.

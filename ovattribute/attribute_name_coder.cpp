@@ -71,17 +71,31 @@ auto AttributeNameEncoder::place_of_one_of_several(const AttributeName& name, st
   return {at, static_cast<std::size_t>(package.find(name) - package.begin())};
 }
 
+// From here on `savepoint`, and those around it, may take references back.
+void AttributeNameEncoder::announce(ovserialize::Savepoint& savepoint) noexcept {
+  if (savepoint.include(*this)) m_kept = m_refs.size();
+}
+
 // REQUIRES: room for one more reference.
-void AttributeNameEncoder::activate(std::size_t package) noexcept {
+void AttributeNameEncoder::activate(std::size_t package, std::uint64_t position) noexcept {
   const AttributeNamePackage::Ptr& ptr = m_package_set->begin()[package];
   m_bases[package] = next_base();
-  m_refs.push_back({ptr, m_bases[package]});
+  m_refs.push_back({ptr, m_bases[package], package, position});
   if (m_owners.empty()) return;
   for (const AttributeName& name : *ptr) {
     const impl::NameIndex::Entry& entry = *m_package_set->m_index.find(name);
     if ((entry.package & impl::NameIndex::several) == 0) continue;
     std::uint32_t& owner = m_owners[entry.position];
     if (owner == none) owner = static_cast<std::uint32_t>(package);
+  }
+}
+
+void AttributeNameEncoder::rewind(std::uint64_t position) noexcept {
+  while (m_refs.size() > m_kept && m_refs.back().position >= position) {
+    const std::size_t package = m_refs.back().number;
+    m_bases[package] = inactive;
+    std::ranges::replace(m_owners, static_cast<std::uint32_t>(package), none);
+    m_refs.pop_back();
   }
 }
 
@@ -95,31 +109,35 @@ void AttributeNameEncoder::write_attribute_name(ovserialize::Writer& writer,
     place =
         place_of_one_of_several(name, entry->package & ~impl::NameIndex::several, entry->position);
   }
-  if (m_bases[place.package] == inactive) {
-    m_refs.reserve(m_package_set->size());
-    const std::size_t base = next_base();
-    write_package_ref(writer, {m_package_set->begin()[place.package], base});
-    writer << base + place.position;
-    return activate(place.package);
+  if (m_bases[place.package] != inactive) {
+    writer << m_bases[place.package] + place.position;
+    return;
   }
+  m_refs.reserve(m_package_set->size());
+  ovserialize::Savepoint whole(writer);
+  announce(whole);
+  activate(place.package, whole.position());
+  write_package_ref(writer, m_refs.back());
   writer << m_bases[place.package] + place.position;
+  whole.commit();
 }
 
 void AttributeNameEncoder::write_encoder_mappings(ovserialize::Writer& writer) {
-  AttributeNameEncoder all(*this);
-  all.m_refs.reserve(m_bases.size());
+  m_refs.reserve(m_bases.size());
+  ovserialize::Savepoint whole(writer);
+  announce(whole);
   for (std::size_t i = 0; i < m_bases.size(); ++i) {
-    if (m_bases[i] == inactive) all.activate(i);
+    if (m_bases[i] == inactive) activate(i, whole.position());
   }
   writer.begin_structure();
-  writer.begin_sequence(all.m_refs.size());
-  for (const PackageRef& ref : all.m_refs) {
-    if (&ref != all.m_refs.data()) writer.next_element();
+  writer.begin_sequence(m_refs.size());
+  for (const PackageRef& ref : m_refs) {
+    if (&ref != m_refs.data()) writer.next_element();
     write_package_ref(writer, ref);
   }
   writer.end_sequence();
   writer.end_structure();
-  *this = std::move(all);
+  whole.commit();
 }
 
 AttributeNameDecoder::AttributeNameDecoder(PackageSetPtr package_set, bool strict)

@@ -14,11 +14,13 @@
 #include "ovcore/export.h"
 #include "ovcore/ref_count.h"
 #include "ovcore/uuid.h"
+#include "ovserialize/savepoint.h"
 
 namespace ovattribute {
 
 /// Writes names. The order of the virtual operations is fixed; implementations are not destroyed
-/// through the interface.
+/// through the interface. What an implementation remembers of a stream goes back with the stream
+/// when a value fails: see `ovserialize::Rewindable`.
 class OV_EXPORT IAttributeNameEncoder {
  public:
   /// Announces packages in advance, so that names of theirs need no reference.
@@ -54,8 +56,10 @@ class OV_EXPORT IAttributeNameDecoder {
 /// active, and its reference is written, with the first name of it that is met, or by
 /// `write_encoder_mappings`; its names then have consecutive numbers behind those of the packages
 /// that were active before. Of two packages that have a name, the one that became active first
-/// counts, else the one that is first in the set. Used by one thread.
-class OV_EXPORT AttributeNameEncoder final : public IAttributeNameEncoder {
+/// counts, else the one that is first in the set. A reference that is taken back from the stream,
+/// because the value around it failed, makes its package inactive again. Used by one thread.
+class OV_EXPORT AttributeNameEncoder final : public IAttributeNameEncoder,
+                                             private ovserialize::Rewindable {
  public:
   using PackageSetPtr = AttributeNamePackageSet::Ptr;
 
@@ -79,6 +83,8 @@ class OV_EXPORT AttributeNameEncoder final : public IAttributeNameEncoder {
   struct PackageRef {
     AttributeNamePackage::Ptr package;
     std::size_t base;
+    std::size_t number;  // of the package in the set
+    std::uint64_t position;
   };
   /// A name in the set: the number of its package there, and its position in the package.
   struct Place {
@@ -90,12 +96,15 @@ class OV_EXPORT AttributeNameEncoder final : public IAttributeNameEncoder {
 
   [[nodiscard]] Place place_of_one_of_several(const AttributeName& name, std::uint32_t first,
                                               std::uint32_t number) const noexcept;
-  void activate(std::size_t package) noexcept;
+  void announce(ovserialize::Savepoint& savepoint) noexcept;
+  void activate(std::size_t package, std::uint64_t position) noexcept;
+  void rewind(std::uint64_t position) noexcept override;
   [[nodiscard]] std::size_t next_base() const noexcept;
   static void write_package_ref(ovserialize::Writer& writer, const PackageRef& ref);
 
   PackageSetPtr m_package_set;
   std::vector<PackageRef> m_refs;    // active, in the order of their announcement
+  std::size_t m_kept = 0;            // those that are not taken back any more
   std::vector<std::size_t> m_bases;  // of the packages in the order of the set
   /// Of the names in several packages: the package that became active first, or `none`.
   std::vector<std::uint32_t> m_owners;

@@ -11,6 +11,7 @@
 #include "ovattribute/error_codes.h"
 #include "ovcore/error_composer.h"
 #include "ovserialize/reader.h"
+#include "ovserialize/savepoint.h"
 #include "ovserialize/writer.h"
 
 namespace ovattribute {
@@ -157,6 +158,7 @@ PackagePtr AttributeNamePackage::create(ovserialize::Reader& reader) {
 }
 
 void AttributeNamePackage::write(ovserialize::Writer& writer) const {
+  ovserialize::Savepoint whole(writer);
   writer.begin_structure();
   writer << m_id;
   writer.begin_sequence(size());
@@ -166,6 +168,7 @@ void AttributeNamePackage::write(ovserialize::Writer& writer) const {
   }
   writer.end_sequence();
   writer.end_structure();
+  whole.commit();
 }
 
 void AttributeNamePackage::throw_out_of_range() {
@@ -277,6 +280,7 @@ bool AttributeNamePackageSet::check_duplicate_names(std::set<AttributeName>* nam
 }
 
 void AttributeNamePackageSet::write(ovserialize::Writer& writer) const {
+  ovserialize::Savepoint whole(writer);
   writer.begin_structure();
   writer.begin_sequence(size());
   for (const PackagePtr& package : *this) {
@@ -285,6 +289,7 @@ void AttributeNamePackageSet::write(ovserialize::Writer& writer) const {
   }
   writer.end_sequence();
   writer.end_structure();
+  whole.commit();
 }
 
 AttributeNamePackageSet::Composer& AttributeNamePackageSet::Composer::add(

@@ -18,6 +18,7 @@ namespace {
 
 using MapHolder = AttributeMapBase::MapHolder;
 using ovserialize::Reader;
+using ovserialize::Savepoint;
 using ovserialize::Writer;
 
 impl::ValueWriting<impl::PlainNameWriter> writing(Writer& writer) noexcept {
@@ -38,12 +39,12 @@ impl::ValueReading<AttributeNameDecoderFunctor> reading(Reader& reader,
 }  // namespace
 
 void write_attribute_value(Writer& writer, const AttributeValue& value) {
-  writing(writer).write(value);
+  writing(writer).write_whole(value);
 }
 
 void write_attribute_value(Writer& writer, IAttributeNameEncoder& encoder,
                            const AttributeValue& value) {
-  writing(writer, encoder).write(value);
+  writing(writer, encoder).write_whole(value);
 }
 
 void read_attribute_value(Reader& reader, AttributeValue& value) {
@@ -85,7 +86,9 @@ void AttributeName::write(Writer& writer) const {
 }
 
 void AttributeName::write(Writer& writer, IAttributeNameEncoder& encoder) const {
+  Savepoint whole(writer);
   encoder.write_attribute_name(writer, *this);
+  whole.commit();
 }
 
 void AttributeName::read(Reader& reader) {
@@ -107,13 +110,17 @@ Reader& operator>>(Reader& reader, AttributeName& name) {
 }
 
 void Attribute::write(Writer& writer) const {
+  Savepoint whole(writer);
   m_name.write(writer);
-  write_attribute_value(writer, m_value);
+  writing(writer).write(m_value);
+  whole.commit();
 }
 
 void Attribute::write(Writer& writer, IAttributeNameEncoder& encoder) const {
-  m_name.write(writer, encoder);
-  write_attribute_value(writer, m_value);
+  Savepoint whole(writer);
+  encoder.write_attribute_name(writer, m_name);
+  writing(writer).write(m_value);
+  whole.commit();
 }
 
 void Attribute::read(Reader& reader) {
@@ -147,28 +154,32 @@ MapHolder::MapHolder(Reader& reader, IAttributeNameDecoder& decoder) {
 }
 
 void MapHolder::write(Writer& writer) const {
-  writing(writer).write_map(map);
+  writing(writer).write_whole_map(map);
 }
 
 void MapHolder::write(Writer& writer, IAttributeNameEncoder& encoder) const {
-  writing(writer, encoder).write_map(map);
+  writing(writer, encoder).write_whole_map(map);
 }
 
 void AttributeMapBase::write(Writer& writer) const {
-  writing(writer).write_map(map());
+  writing(writer).write_whole_map(map());
 }
 
 void AttributeMapBase::write(Writer& writer, IAttributeNameEncoder& encoder) const {
-  writing(writer, encoder).write_map(map());
+  writing(writer, encoder).write_whole_map(map());
 }
 
 void AttributeMapBase::write_element_aux(Writer& writer, const value_type& entry) {
+  Savepoint whole(writer);
   writing(writer).write_entry(entry);
+  whole.commit();
 }
 
 void AttributeMapBase::write_element_aux(Writer& writer, IAttributeNameEncoder& encoder,
                                          const value_type& entry) {
+  Savepoint whole(writer);
   writing(writer, encoder).write_entry(entry);
+  whole.commit();
 }
 
 AttributeMap::AttributeMap(Reader& reader) : AttributeMap(reading(reader).read_map()) {}

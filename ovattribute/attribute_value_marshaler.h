@@ -17,7 +17,8 @@ class IAttributeNameEncoder;
 
 /// Writes one value. A list of one element is written as that element. A coder has the names of all
 /// maps inside. Raise what the writer or the coder raises, and `ovserialize_writer_depth` when maps
-/// nest deeper than `nesting_limit()`; what was written before an error stays written.
+/// nest deeper than `nesting_limit()`; then nothing of the value was written, see
+/// `ovserialize::Savepoint`.
 OV_EXPORT void write_attribute_value(ovserialize::Writer& writer, const AttributeValue& value);
 OV_EXPORT void write_attribute_value(ovserialize::Writer& writer, IAttributeNameEncoder& encoder,
                                      const AttributeValue& value);

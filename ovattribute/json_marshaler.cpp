@@ -401,7 +401,9 @@ void read_attribute_value(ovjson::Reader& reader, AttributeValue& value,
 
 void write_attribute_value(ovjson::Writer& writer, const AttributeValue& value,
                            const JsonWriteOptions& options) {
+  ovjson::Savepoint whole(writer);
   JsonWriting(writer, options).write(value);
+  whole.commit();
 }
 
 AttributeValue parse_json(ovcore::SourceString text, const JsonReadOptions& options) {

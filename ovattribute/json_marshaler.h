@@ -49,7 +49,8 @@ struct JsonWriteOptions {
 OV_EXPORT void read_attribute_value(ovjson::Reader& reader, AttributeValue& value,
                                     const JsonReadOptions& options = {});
 
-/// Writes one value. Errors are those of the writer; what was written before one stays written.
+/// Writes one value. Errors are those of the writer; then nothing of the value was written, see
+/// `ovjson::Savepoint`.
 OV_EXPORT void write_attribute_value(ovjson::Writer& writer, const AttributeValue& value,
                                      const JsonWriteOptions& options = {});
 

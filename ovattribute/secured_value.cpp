@@ -8,6 +8,7 @@
 #include "ovcore/source_string.h"
 #include "ovcore/to_string.h"
 #include "ovserialize/reader.h"
+#include "ovserialize/savepoint.h"
 #include "ovserialize/writer.h"
 
 namespace ovattribute {
@@ -40,9 +41,11 @@ std::size_t SecuredValue::KeyId::hash() const noexcept {
 }
 
 void SecuredValue::KeyId::write(ovserialize::Writer& writer) const {
+  ovserialize::Savepoint whole(writer);
   writer.begin_structure();
   writer << m_category << m_instance_id;
   writer.end_structure();
+  whole.commit();
 }
 
 void SecuredValue::KeyId::read(ovserialize::Reader& reader) {
@@ -77,11 +80,13 @@ std::size_t SecuredValue::calc_hash_aux() const noexcept {
 }
 
 void SecuredValue::write(ovserialize::Writer& writer) const {
+  ovserialize::Savepoint whole(writer);
   writer.begin_structure();
   writer << m_annotation << m_cipher_id;
   m_key_id.write(writer);
   writer.write_memory_list_as_binary(m_data);
   writer.end_structure();
+  whole.commit();
 }
 
 void SecuredValue::read(ovserialize::Reader& reader) {

@@ -7,6 +7,7 @@
 #include "ovattribute/impl/module_anchor.h"
 #include "ovserialize/memory_writer.h"
 #include "ovserialize/reader.h"
+#include "ovserialize/savepoint.h"
 #include "ovserialize/writer.h"
 
 namespace ovattribute {
@@ -42,12 +43,14 @@ std::size_t SerializedValue::aux_calc_hash() const noexcept {
 }
 
 void write_serialized_value(ovserialize::Writer& writer, const SerializedValue& value) {
+  ovserialize::Savepoint whole(writer);
   writer.begin_structure();
   writer.begin_structure();
   writer << value.type();
   writer.end_structure();
   writer.write_memory_list_as_binary(value.memory_list());
   writer.end_structure();
+  whole.commit();
 }
 
 void read_serialized_value(ovserialize::Reader& reader, SerializedValue& value) {

@@ -45,6 +45,12 @@ std::size_t cut_size(std::string_view text) noexcept {
 
 Writer::~Writer() = default;
 
+Writer::Mark Writer::mark() const noexcept {
+  return {};
+}
+
+void Writer::roll_back(const Mark&) noexcept {}
+
 /// The operation that is under way: what its errors have in common.
 class TextWriter::Site {
  public:
@@ -71,7 +77,7 @@ class TextWriter::Site {
 };
 
 inline void TextWriter::check_value(const Site& site) const {
-  if (m_failed || m_in_string) check_open(site);
+  if (m_refusal != nullptr || m_in_string) check_open(site);
   if (m_after_name) return;
   if (m_inside == 0 ? m_has_value : m_inside == '{') raise_value(site);
 }
@@ -97,10 +103,30 @@ TextWriter::TextWriter(ovcore::RefCountPtr<ovcore::IWriteStream> target,
 
 TextWriter::~TextWriter() = default;
 
+Writer::Mark TextWriter::mark() const noexcept {
+  return {m_passed_on + m_used, m_open.size(), m_empty, m_after_name, m_has_value, m_in_string};
+}
+
+void TextWriter::roll_back(const Mark& mark) noexcept {
+  if (m_refusal != nullptr || mark.in_string) return;
+  if (mark.position < m_passed_on) {
+    m_refusal = "Nothing can be written after a part of a value that failed";
+    return;
+  }
+  m_used = static_cast<std::size_t>(mark.position - m_passed_on);
+  m_open.resize(std::min(mark.depth, m_open.size()));
+  m_inside = m_open.empty() ? '\0' : m_open.back();
+  m_empty = mark.empty;
+  m_after_name = mark.after_name;
+  m_has_value = mark.has_value;
+  m_in_string = false;
+  m_cut_size = 0;
+}
+
 void TextWriter::member_name(const char* chars, std::size_t size) {
   const Site site(error::ovjson_writer_unexpected_name, "ovjson::TextWriter::member_name()");
   const std::string_view name(chars, size);
-  if (m_failed || m_in_string) check_open(site);
+  if (m_refusal != nullptr || m_in_string) check_open(site);
   if (m_inside != '{') {
     site.raise("A member name cannot stand outside an object");
   }
@@ -187,7 +213,7 @@ void TextWriter::begin_streamed_string() {
 void TextWriter::string_data(const char* chars, std::size_t size) {
   const Site site(error::ovjson_writer_unexpected_string_data, "ovjson::TextWriter::string_data()");
   if (!m_in_string) site.raise("String data cannot stand outside a streamed string");
-  if (m_failed) check_going(site);
+  if (m_refusal != nullptr) check_going(site);
   if (size > m_options.max_value_size - m_string_size) {
     check_size(site, m_options.max_value_size + 1);
   }
@@ -229,7 +255,7 @@ void TextWriter::end_streamed_string() {
   const Site site(error::ovjson_writer_unexpected_string_end,
                   "ovjson::TextWriter::end_streamed_string()");
   if (!m_in_string) site.raise("No streamed string is open");
-  if (m_failed) check_going(site);
+  if (m_refusal != nullptr) check_going(site);
   if (m_cut_size > 0) {
     if (!m_options.replace_invalid_utf8) {
       site.raise(error::ovjson_writer_unexpected_character,
@@ -262,7 +288,7 @@ void TextWriter::flush() {
 }
 
 void TextWriter::check_going(const Site& site) const {
-  if (m_failed) site.raise(error::ovjson_writer, "Nothing can be written after the target failed");
+  if (m_refusal != nullptr) site.raise(error::ovjson_writer, m_refusal);
 }
 
 void TextWriter::check_open(const Site& site) const {
@@ -463,9 +489,10 @@ void TextWriter::put(std::string_view text) {
 
 void TextWriter::pass_on(std::string_view text) {
   if (text.empty()) return;
-  m_failed = true;
+  m_refusal = "Nothing can be written after the target failed";
+  m_passed_on += text.size();
   m_target->write(text.data(), text.size());
-  m_failed = false;
+  m_refusal = nullptr;
 }
 
 }  // namespace ovjson

@@ -18,6 +18,8 @@
 
 namespace ovjson {
 
+class Savepoint;
+
 /// Takes a document's values in order. A call that does not fit where it comes raises an error of
 /// the family `ovjson_writer` and changes nothing; text is UTF-8.
 class OV_EXPORT Writer {
@@ -57,6 +59,46 @@ class OV_EXPORT Writer {
 
  protected:
   Writer() noexcept = default;
+
+  /// Where a writer stands.
+  struct Mark {
+    std::uint64_t position = 0;  // bytes of text
+    std::size_t depth = 0;
+    bool empty = true;
+    bool after_name = false;
+    bool has_value = false;
+    bool in_string = false;
+  };
+
+ private:
+  friend class Savepoint;
+
+  [[nodiscard]] virtual Mark mark() const noexcept;
+  /// Takes back what was written since, or refuses all that follows. A writer that does neither, as
+  /// this one, goes on inside a value that failed.
+  virtual void roll_back(const Mark& mark) noexcept;
+};
+
+/// A place in what a writer writes. Unless `commit` is called, its end takes back what was written
+/// since; where some of it was passed on to the target already, every further call raises
+/// `ovjson_writer`. Savepoints nest.
+///
+/// REQUIRES: what was open before stays open meanwhile, and no streamed string is open before.
+class OV_EXPORT Savepoint {
+ public:
+  explicit Savepoint(Writer& writer) noexcept : m_writer(writer), m_mark(writer.mark()) {}
+  ~Savepoint() {
+    if (!m_committed) m_writer.roll_back(m_mark);
+  }
+  Savepoint(const Savepoint&) = delete;
+  Savepoint& operator=(const Savepoint&) = delete;
+
+  void commit() noexcept { m_committed = true; }
+
+ private:
+  Writer& m_writer;
+  const Writer::Mark m_mark;
+  bool m_committed = false;
 };
 
 struct TextWriterOptions {
@@ -75,8 +117,9 @@ struct TextWriterOptions {
 /// `..._name`, `..._number`, `..._string`, `..._string_end`, `..._string_data` for calls out of
 /// order and for what is beyond a limit, `..._container` for a document that is not complete,
 /// `..._character` for invalid UTF-8, `ovjson_writer_unsupported_value_inf` and `..._nan`, and
-/// `ovjson_writer` once the target failed. All but the last leave the writer as it was. Numbers are
-/// written in one way only, so `ovjson_writer_config` and the codes below it are not raised.
+/// `ovjson_writer` once the target failed or a part of a value that failed went there. All but the
+/// last leave the writer as it was. Numbers are written in one way only, so `ovjson_writer_config`
+/// and the codes below it are not raised.
 class OV_EXPORT TextWriter final : public Writer {
  public:
   /// The writer shares the target.
@@ -118,6 +161,9 @@ class OV_EXPORT TextWriter final : public Writer {
  private:
   class Site;
 
+  [[nodiscard]] Mark mark() const noexcept override;
+  void roll_back(const Mark& mark) noexcept override;
+
   void check_going(const Site& site) const;
   void check_open(const Site& site) const;
   void check_value(const Site& site) const;
@@ -154,15 +200,16 @@ class OV_EXPORT TextWriter final : public Writer {
   const std::size_t m_capacity;
   const std::unique_ptr<char[]> m_buffer;
   std::size_t m_used = 0;
-  std::string m_open;             // the opening brackets of what is open
-  char m_inside = 0;              // the last of these
-  bool m_empty = true;            // nothing stands in the innermost of these
-  bool m_after_name = false;      // a member's value must follow
-  bool m_has_value = false;       // the document has
-  bool m_in_string = false;       // a streamed one
-  bool m_failed = false;          // the target did
-  std::size_t m_string_size = 0;  // of the streamed string so far
-  char m_cut[4];                  // its last character, as long as bytes of it are missing
+  std::uint64_t m_passed_on = 0;    // bytes
+  std::string m_open;               // the opening brackets of what is open
+  char m_inside = 0;                // the last of these
+  bool m_empty = true;              // nothing stands in the innermost of these
+  bool m_after_name = false;        // a member's value must follow
+  bool m_has_value = false;         // the document has
+  bool m_in_string = false;         // a streamed one
+  const char* m_refusal = nullptr;  // why nothing more can be written
+  std::size_t m_string_size = 0;    // of the streamed string so far
+  char m_cut[4];                    // its last character, as long as bytes of it are missing
   std::size_t m_cut_size = 0;
 };
 

@@ -51,6 +51,12 @@ bool BinaryWriter::put_in_window(Bytes bytes) noexcept {
   return true;
 }
 
+bool BinaryWriter::rewind_window(std::uint64_t offset) noexcept {
+  if (offset < m_window_offset) return false;
+  m_cursor = m_window + (offset - m_window_offset);
+  return true;
+}
+
 void BinaryWriter::write_null() {
   emit_byte(impl::byte_null);
 }
@@ -224,6 +230,16 @@ void BinaryWriter::end_structure() {
   }
   emit_byte(impl::byte_structure_end);
   m_frames.pop();
+}
+
+Writer::Mark BinaryWriter::mark() const noexcept {
+  return {.position = size(), .frames = m_frames.mark(), .single_start = m_single_start};
+}
+
+void BinaryWriter::roll_back(const Mark& mark) noexcept {
+  m_frames.return_to(mark.frames);
+  m_single_start = mark.single_start;
+  rewind(mark.position);
 }
 
 void BinaryWriter::check_complete() const {

@@ -38,6 +38,8 @@ class OV_EXPORT BinaryWriter : public Writer {
   virtual void write_slow(Bytes head, Bytes body) = 0;
   /// As `write_slow`, with the bytes of a list for a body.
   virtual void write_list(Bytes head, const MemoryList& list) = 0;
+  /// Drops all bytes from `offset` on, or refuses all that follows.
+  virtual void rewind(std::uint64_t offset) noexcept = 0;
 
   void set_window(unsigned char* begin, unsigned char* end, std::uint64_t offset) noexcept {
     m_window = m_cursor = begin;
@@ -46,6 +48,8 @@ class OV_EXPORT BinaryWriter : public Writer {
   }
   /// Copies the bytes into the window; false when it has no room for them.
   [[nodiscard]] bool put_in_window(Bytes bytes) noexcept;
+  /// The same, where these bytes are still in the window; else false.
+  [[nodiscard]] bool rewind_window(std::uint64_t offset) noexcept;
   /// Bytes in the window.
   [[nodiscard]] Bytes pending() const noexcept {
     return {m_window, static_cast<std::size_t>(m_cursor - m_window)};
@@ -75,6 +79,8 @@ class OV_EXPORT BinaryWriter : public Writer {
   void emit_block(Bytes head, Bytes body);
   void put_time(std::uint64_t tag, std::int64_t microseconds);
   void open(Frame frame);
+  [[nodiscard]] Mark mark() const noexcept final;
+  void roll_back(const Mark& mark) noexcept final;
 
   unsigned char* m_cursor = nullptr;
   unsigned char* m_end = nullptr;

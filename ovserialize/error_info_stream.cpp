@@ -11,6 +11,7 @@
 #include "ovcore/error_composer.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/item_kind.h"
+#include "ovserialize/savepoint.h"
 
 namespace ovserialize {
 namespace {
@@ -105,10 +106,12 @@ ErrorPtr read_link(Reader& reader, ErrorPtr cause) {
 void write_error_info(Writer& writer, const ErrorPtr& error) {
   if (!error) return writer.write_null();
   const std::vector<const ErrorInfo*> chain = chain_of(*error);
+  Savepoint whole(writer);
   writer.begin_structure();
   for (auto e = chain.rbegin(); e != chain.rend(); ++e)
     write_link(writer, **e);
   writer.end_structure();
+  whole.commit();
 }
 
 ErrorPtr read_error_info(Reader& reader) {

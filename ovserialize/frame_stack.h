@@ -35,9 +35,17 @@ class OV_EXPORT FrameStack {
     m_top = frame;
   }
   void pop() noexcept { m_top = slot(--m_depth); }
-  void clear() noexcept {
-    m_depth = 0;
-    m_top = Frame::none;
+  void clear() noexcept { return_to({}); }
+
+  struct Mark {
+    std::size_t depth = 0;
+    Frame top = Frame::none;
+  };
+  [[nodiscard]] Mark mark() const noexcept { return {m_depth, m_top}; }
+  /// Drops the frames that were opened since. REQUIRES: no other was ended.
+  void return_to(const Mark& mark) noexcept {
+    m_depth = mark.depth;
+    m_top = mark.top;
   }
 
  private:

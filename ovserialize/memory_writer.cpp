@@ -26,6 +26,18 @@ void MemoryWriter::sync() const noexcept {
   m_list->commit(static_cast<std::size_t>(size()) - m_list->size());
 }
 
+void MemoryWriter::set_room() noexcept {
+  const auto room = m_list->room();
+  set_window(room.data(), room.data() + room.size(), m_list->size());
+}
+
+void MemoryWriter::rewind(std::uint64_t offset) noexcept {
+  if (!m_list) return;
+  sync();
+  m_list->truncate(static_cast<std::size_t>(offset));
+  set_room();
+}
+
 template <class Append>
 void MemoryWriter::append(Bytes head, Append&& append_body) {
   if (m_list) {
@@ -33,10 +45,6 @@ void MemoryWriter::append(Bytes head, Append&& append_body) {
   } else {
     m_list = MemoryList::create(m_options);
   }
-  const auto set_room = [this] {
-    const auto room = m_list->room();
-    set_window(room.data(), room.data() + room.size(), m_list->size());
-  };
   const std::size_t before = m_list->size();
   try {
     m_list->append(head.data, head.size);

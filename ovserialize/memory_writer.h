@@ -26,6 +26,8 @@ class OV_EXPORT MemoryWriter final : public BinaryWriter {
   void write_list(Bytes head, const MemoryList& list) override;
   template <class Append>
   void append(Bytes head, Append&& append_body);
+  void rewind(std::uint64_t offset) noexcept override;
+  void set_room() noexcept;
   // Makes what stands in the window part of the list.
   void sync() const noexcept;
 

@@ -18,22 +18,31 @@ StreamWriter::StreamWriter(ovcore::IWriteStream& target, const Limits& limits,
 }
 
 void StreamWriter::flush() {
-  if (m_failed) {
-    impl::throw_closed(true, {"ovserialize/stream_writer", "ovserialize::StreamWriter::flush()"});
+  if (m_refusal != nullptr) {
+    impl::throw_closed(m_refusal,
+                       {"ovserialize/stream_writer", "ovserialize::StreamWriter::flush()"});
   }
   const Bytes bytes = pending();
   pass_on(bytes);
   set_window(m_buffer.get(), m_buffer.get() + m_buffer_size, size());
 }
 
-// Once the target has failed there is no window, so that every operation ends in `flush`.
+// Then there is no window, so that every operation ends in `flush`.
+void StreamWriter::refuse(const char* why) noexcept {
+  m_refusal = why;
+  set_window(nullptr, nullptr, size());
+}
+
+void StreamWriter::rewind(std::uint64_t offset) noexcept {
+  if (m_refusal == nullptr && !rewind_window(offset)) refuse(impl::closed_by_part);
+}
+
 void StreamWriter::pass_on(Bytes bytes) {
   if (bytes.size == 0) return;
   try {
     m_target->write(bytes.data, bytes.size);
   } catch (...) {
-    m_failed = true;
-    set_window(nullptr, nullptr, size());
+    refuse(impl::closed_by_target);
     throw;
   }
 }

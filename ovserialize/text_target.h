@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "ovcore/export.h"
@@ -11,11 +12,14 @@
 
 namespace ovserialize {
 
-/// Takes text from one writer, by one thread. A target that fails raises its own error.
+/// Takes text from one writer, by one thread. A target that fails raises its own error; it took
+/// nothing then, or takes nothing back any more.
 class OV_EXPORT ITextTarget {
  public:
   virtual void put(char character) = 0;
   virtual void write(const char* text, std::size_t size) = 0;
+  /// Drops the last `size` characters, or changes nothing and gives false where that cannot be.
+  [[nodiscard]] virtual bool take_back(std::uint64_t size) noexcept;
 
  protected:
   ~ITextTarget() = default;
@@ -28,12 +32,14 @@ class OV_EXPORT StringTextTarget final : public ITextTarget {
 
   void put(char character) override { m_text->push_back(character); }
   void write(const char* text, std::size_t size) override { m_text->append(text, size); }
+  [[nodiscard]] bool take_back(std::uint64_t size) noexcept override;
 
  private:
   std::string* m_text;
 };
 
 /// Passes text on to a stream, through a buffer. What was not flushed is lost with this object.
+/// Once the stream has failed, what would pass on more raises `ovserialize_writer_closed`.
 class OV_EXPORT StreamTextTarget final : public ITextTarget {
  public:
   /// Keeps a reference to `stream`, which must outlive this object if it is not on the heap.
@@ -41,13 +47,17 @@ class OV_EXPORT StreamTextTarget final : public ITextTarget {
 
   void put(char character) override;
   void write(const char* text, std::size_t size) override;
+  [[nodiscard]] bool take_back(std::uint64_t size) noexcept override;
   void flush();
 
  private:
+  void pass_on(const char* text, std::size_t size);
+
   static constexpr std::size_t buffer_size = 4096;
 
   const ovcore::RefCountPtr<ovcore::IWriteStream> m_stream;
   std::size_t m_used = 0;
+  bool m_failed = false;
   char m_buffer[buffer_size];
 };
 

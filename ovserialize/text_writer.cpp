@@ -11,6 +11,7 @@
 #include "ovserialize/impl/format.h"
 #include "ovserialize/impl/raise.h"
 #include "ovserialize/item_kind.h"
+#include "ovserialize/savepoint.h"
 
 namespace ovserialize {
 namespace {
@@ -84,27 +85,59 @@ void TextWriter::close() {
     impl::throw_still_open(m_frames.top() == Frame::structure,
                            text_writer_site("ovserialize::TextWriter::close()"));
   }
+  Savepoint whole(*this);
   if (!m_options.one_line && m_items > 0) out("\n");
-  m_closed = true;
+  whole.commit();
+  m_refusal = impl::closed_by_caller;
 }
 
 void TextWriter::check_usable() const {
-  if (!m_closed && !m_failed) return;
-  impl::throw_closed(m_failed, text_writer_site("ovserialize::TextWriter::check_usable()"));
+  if (m_refusal == nullptr) return;
+  impl::throw_closed(m_refusal, text_writer_site("ovserialize::TextWriter::check_usable()"));
 }
 
+Writer::Mark TextWriter::mark() const noexcept {
+  return {.position = m_written,
+          .frames = m_frames.mark(),
+          .single_start = m_single_start,
+          .counted_start = m_counted_start,
+          .items = m_items,
+          .indentation = m_indentation,
+          .usable = m_refusal == nullptr};
+}
+
+void TextWriter::roll_back(const Mark& mark) noexcept {
+  if (!mark.usable) return;
+  m_frames.return_to(mark.frames);
+  m_single_start = mark.single_start;
+  m_counted_start = mark.counted_start;
+  m_items = mark.items;
+  m_indentation = mark.indentation;
+  const std::uint64_t size = std::exchange(m_written, mark.position) - mark.position;
+  if (size == 0 && m_refusal == nullptr) return;
+  if (m_target->take_back(size)) {
+    m_refusal = nullptr;
+  } else if (m_refusal == nullptr) {
+    m_refusal = impl::closed_by_part;
+  }
+}
+
+// REQUIRES: a savepoint.
 void TextWriter::out(std::string_view text) {
   try {
     m_target->write(text.data(), text.size());
   } catch (...) {
-    m_failed = true;
+    m_refusal = impl::closed_by_target;
     throw;
   }
+  m_written += text.size();
 }
 
 void TextWriter::item(std::string_view text) {
+  Savepoint whole(*this);
   separate();
   out(text);
+  whole.commit();
 }
 
 // Whatever stands before an item or a mark.
@@ -163,12 +196,17 @@ void TextWriter::put_string(std::string_view text) {
     impl::throw_writer_size(item_string, text.size(), limits().max_string,
                             text_writer_site("ovserialize::Writer::operator<<()"));
   }
+  Savepoint whole(*this);
   separate();
-  if (ovcore::is_utf8(text)) return quoted(text);
-  out(tagged(impl::tag_string).view());
-  out("h'");
-  hex_digits(reinterpret_cast<const unsigned char*>(text.data()), text.size());
-  out("')");
+  if (ovcore::is_utf8(text)) {
+    quoted(text);
+  } else {
+    out(tagged(impl::tag_string).view());
+    out("h'");
+    hex_digits(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+    out("')");
+  }
+  whole.commit();
 }
 
 void TextWriter::quoted(std::string_view text) {
@@ -222,9 +260,11 @@ void TextWriter::put_binary(const void* data, std::size_t size) {
     impl::throw_writer_size(item_binary, size, limits().max_binary,
                             text_writer_site("ovserialize::Writer::write_binary()"));
   }
+  Savepoint whole(*this);
   item("h'");
   hex_digits(static_cast<const unsigned char*>(data), size);
   out("'");
+  whole.commit();
 }
 
 void TextWriter::put_memory_list(const MemoryList* list) {
@@ -233,11 +273,13 @@ void TextWriter::put_memory_list(const MemoryList* list) {
     impl::throw_writer_size(item_binary, size, limits().max_binary,
                             text_writer_site("ovserialize::Writer::write_memory_list_as_binary()"));
   }
+  Savepoint whole(*this);
   item("h'");
   if (list != nullptr) {
     list->for_each_span([this](auto bytes) { hex_digits(bytes.data(), bytes.size()); });
   }
   out("'");
+  whole.commit();
 }
 
 void TextWriter::hex_digits(const unsigned char* data, std::size_t size) {
@@ -291,6 +333,7 @@ void TextWriter::next_element() {
 
 void TextWriter::end_sequence() {
   check_usable();
+  Savepoint whole(*this);
   const Frame frame = m_frames.top();
   if (frame == Frame::counted) {
     --m_indentation;
@@ -300,6 +343,7 @@ void TextWriter::end_sequence() {
     impl::throw_end_sequence(frame == Frame::single,
                              text_writer_site("ovserialize::Writer::end_sequence()"));
   }
+  whole.commit();
   m_frames.pop();
 }
 
@@ -315,8 +359,10 @@ void TextWriter::end_structure() {
   if (m_frames.top() != Frame::structure) {
     impl::throw_end_structure(text_writer_site("ovserialize::Writer::end_structure()"));
   }
+  Savepoint whole(*this);
   --m_indentation;
   item(simple(impl::simple_of(impl::byte_structure_end)).view());
+  whole.commit();
   m_frames.pop();
 }
 

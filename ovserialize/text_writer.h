@@ -19,7 +19,7 @@ struct TextOptions {
 };
 
 /// Passes each item on as it comes. Every further operation raises `ovserialize_writer_closed` once
-/// the writer was closed or its target has failed.
+/// the writer was closed, or when something failed that its target does not take back.
 class OV_EXPORT TextWriter final : public Writer {
  public:
   /// `target` must outlive the writer.
@@ -62,6 +62,8 @@ class OV_EXPORT TextWriter final : public Writer {
   void quoted(std::string_view text);
   void hex_digits(const unsigned char* data, std::size_t size);
   void out(std::string_view text);
+  [[nodiscard]] Mark mark() const noexcept override;
+  void roll_back(const Mark& mark) noexcept override;
 
   ITextTarget* const m_target;
   const TextOptions m_options;
@@ -70,8 +72,8 @@ class OV_EXPORT TextWriter final : public Writer {
   std::uint64_t m_single_start = 0;   // `m_items` at the start of the latest sequence of one
   std::uint64_t m_counted_start = 0;  // the same for the others, until one ends
   std::size_t m_indentation = 0;      // open frames that indent
-  bool m_closed = false;
-  bool m_failed = false;
+  std::uint64_t m_written = 0;        // characters
+  const char* m_refusal = nullptr;    // why nothing more can be written
 };
 
 }  // namespace ovserialize

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ovserialize/frame_stack.h"
+#include "ovserialize/savepoint.h"
 
 namespace ovserialize {
 namespace {
@@ -79,6 +80,7 @@ bool has_next_item(Reader& from, Writer& to, OpenFrame& open) {
 }  // namespace
 
 void copy_item(Reader& from, Writer& to) {
+  Savepoint whole(to);
   std::vector<OpenFrame> open;
   do {
     const int kind = from.item_kind();
@@ -90,6 +92,7 @@ void copy_item(Reader& from, Writer& to) {
     while (!open.empty() && !has_next_item(from, to, open.back()))
       open.pop_back();
   } while (!open.empty());
+  whole.commit();
 }
 
 void copy_items(Reader& from, Writer& to) {

@@ -14,17 +14,21 @@
 #include "ovcore/string_key.h"
 #include "ovcore/time.h"
 #include "ovcore/uuid.h"
+#include "ovserialize/frame_stack.h"
 #include "ovserialize/limits.h"
 #include "ovserialize/memory_list.h"
 
 namespace ovserialize {
 
+class Rewindable;
+
 /// Writes one item after another. Used by one thread.
 ///
 /// An operation that raises an error (or `std::bad_alloc`) has written nothing of its item, except
 /// when the target of a stream failed: then every further operation that writes raises
-/// `ovserialize_writer_closed`. Strings may hold any bytes; those that are not UTF-8 cost a few
-/// bytes more.
+/// `ovserialize_writer_closed`. The same holds for whatever the libraries write as a whole, such as
+/// a value or a map, and for what stands under a `Savepoint`. Strings may hold any bytes; those
+/// that are not UTF-8 cost a few bytes more.
 class OV_EXPORT Writer {
  public:
   Writer(const Writer&) = delete;
@@ -105,8 +109,29 @@ class OV_EXPORT Writer {
   virtual void put_binary(const void* data, std::size_t size) = 0;
   virtual void put_memory_list(const MemoryList* list) = 0;
 
+  /// Where a writer stands.
+  struct Mark {
+    std::uint64_t position = 0;
+    FrameStack::Mark frames;
+    std::uint64_t single_start = 0;
+    // Of the text form only.
+    std::uint64_t counted_start = 0;
+    std::uint64_t items = 0;
+    std::size_t indentation = 0;
+    bool usable = true;
+  };
+
  private:
+  friend class Rewindable;
+  friend class Savepoint;
+
+  [[nodiscard]] virtual Mark mark() const noexcept = 0;
+  /// Takes back what was written since, or refuses all that follows.
+  virtual void roll_back(const Mark& mark) noexcept = 0;
+
   const Limits m_limits;
+  bool m_has_savepoint = false;
+  Rewindable* m_rewindables = nullptr;  // those that take part
 };
 
 }  // namespace ovserialize

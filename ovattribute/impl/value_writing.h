@@ -17,6 +17,7 @@
 #include "ovcore/error_composer.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/error_info_stream.h"
+#include "ovserialize/savepoint.h"
 #include "ovserialize/simple_date_time_stream.h"
 #include "ovserialize/writer.h"
 #include "ovuri/uri_stream.h"
@@ -30,6 +31,14 @@ constexpr bool is_native = std::same_as<T, bool> || std::same_as<T, long long> |
                            std::same_as<T, ovcore::Uuid> || std::same_as<T, ovcore::AbsoluteTime> ||
                            std::same_as<T, ovcore::RelativeTime> || std::same_as<T, BinaryValue>;
 
+inline bool is_one_item(const AttributeValue& value) noexcept {
+  constexpr unsigned native_types = 1U << ValueTypeId::idBoolean | 1U << ValueTypeId::idInteger |
+                                    1U << ValueTypeId::idString | 1U << ValueTypeId::idDouble |
+                                    1U << ValueTypeId::idUuid | 1U << ValueTypeId::idAbsoluteTime |
+                                    1U << ValueTypeId::idRelativeTime | 1U << ValueTypeId::idBinary;
+  return value.is_null() || ((native_types >> value.type().id() & 1) != 0 && value.size() == 1);
+}
+
 struct PlainNameWriter {
   void operator()(ovserialize::Writer& writer, const AttributeName& name) const {
     writer.write_string_key(name.key());
@@ -42,6 +51,20 @@ class ValueWriting {
  public:
   ValueWriting(ovserialize::Writer& writer, WriteName write_name, std::size_t level = 0) noexcept
       : m_writer(writer), m_write_name(write_name), m_level(level) {}
+
+  /// All of the value or nothing.
+  void write_whole(const AttributeValue& value) {
+    if (is_one_item(value)) return write(value);
+    ovserialize::Savepoint whole(m_writer);
+    write(value);
+    whole.commit();
+  }
+  template <class Map>
+  void write_whole_map(const Map& map) {
+    ovserialize::Savepoint whole(m_writer);
+    write_map(map);
+    whole.commit();
+  }
 
   void write(const AttributeValue& value) {
     visit_elements(value, [this]<class T>(std::span<const T> elements) {

@@ -171,9 +171,8 @@ void throw_still_open(bool structure, const RaiseSite& site) {
   throw_writer(error::ovserialize_writer_sequence, "A sequence is still open", site);
 }
 
-void throw_closed(bool failed, const RaiseSite& site) {
-  throw_writer(error::ovserialize_writer_closed,
-               failed ? "The writer's target has failed" : "The writer is closed", site);
+void throw_closed(const char* why, const RaiseSite& site) {
+  throw_writer(error::ovserialize_writer_closed, why, site);
 }
 
 }  // namespace ovserialize::impl

@@ -46,7 +46,11 @@ struct Position {
 [[noreturn]] void throw_end_sequence(bool single, const RaiseSite& site);
 [[noreturn]] void throw_end_structure(const RaiseSite& site);
 [[noreturn]] void throw_still_open(bool structure, const RaiseSite& site);
-/// `failed`: not closed, but the target has failed.
-[[noreturn]] void throw_closed(bool failed, const RaiseSite& site);
+/// Why a writer takes nothing more.
+inline constexpr const char* closed_by_caller = "The writer is closed";
+inline constexpr const char* closed_by_target = "The writer's target has failed";
+inline constexpr const char* closed_by_part =
+    "The stream ends in the middle of a value that could not be written";
+[[noreturn]] void throw_closed(const char* why, const RaiseSite& site);
 
 }  // namespace ovserialize::impl
