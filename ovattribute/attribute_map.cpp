@@ -8,6 +8,7 @@
 #include "ovattribute/error_codes.h"
 #include "ovattribute/nesting.h"
 #include "ovcore/error_composer.h"
+#include "ovcore/impl/mix_hash.h"
 #include "ovcore/impl/small_memory.h"
 
 namespace ovattribute {
@@ -311,9 +312,9 @@ WritableAttributeMapRef::~WritableAttributeMapRef() {
 
 std::size_t impl::equality_hash(const AttributeMapBase& map) {
   const NestingGuard guard;
-  std::size_t h = 0;
+  std::size_t h = map.size();
   for (const auto& [name, value] : map)
-    h = h * 5 + (name.hash() ^ equality_hash(value));
+    h = ovcore::impl::mix_hash(ovcore::impl::mix_hash(h) ^ name.hash()) ^ equality_hash(value);
   return h;
 }
 

@@ -10,6 +10,7 @@
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
 #include "ovcore/error_composer.h"
+#include "ovcore/impl/mix_hash.h"
 #include "ovcore/simple_date_time.h"
 #include "ovcore/time.h"
 #include "ovcore/uuid.h"
@@ -106,22 +107,37 @@ int AttributeValue::compare_nocase_ascii(const AttributeValue& other) const {
   return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
 }
 
+namespace {
+
+/// Of one element. What is equal has the same, and what is not rarely has.
+template <class T>
+std::size_t equality_hash_of(const T& element) {
+  if constexpr (std::same_as<T, long long>) {
+    return ovcore::impl::mix_hash(static_cast<std::uint64_t>(element));
+  } else if constexpr (std::same_as<T, std::string>) {
+    return std::hash<std::string>()(element);
+  } else if constexpr (std::same_as<T, double>) {
+    return std::hash<double>()(element == 0 ? 0.0 : element);
+  } else if constexpr (std::same_as<T, BinaryValue>) {
+    return std::hash<std::string_view>()(
+        {reinterpret_cast<const char*>(element.data()), element.size()});
+  } else if constexpr (std::same_as<T, SerializedValue>) {
+    return element.empty() ? 0 : element.hash();
+  } else if constexpr (std::same_as<T, AttributeMap> || std::same_as<T, SecuredValue>) {
+    return impl::equality_hash(element);
+  } else {
+    return impl::ValueTypeTraits<T>::hash(element);
+  }
+}
+
+}  // namespace
+
 std::size_t impl::equality_hash(const AttributeValue& value) {
   return visit_elements(value, [&value]<class T>(std::span<const T> elements) {
-    std::size_t h = 0;
-    if constexpr (std::same_as<T, double>) {
-      for (const double d : elements)
-        h = h * 5 + std::hash<double>()(d == 0 ? 0.0 : d);
-    } else if constexpr (std::same_as<T, SerializedValue>) {
-      for (const SerializedValue& s : elements)
-        h = h * 5 + (s.empty() ? 0 : s.hash());
-    } else if constexpr (std::same_as<T, AttributeMap>) {
-      for (const AttributeMap& m : elements)
-        h = h * 5 + equality_hash(m);
-    } else {
-      h = value.hash();
-    }
-    return h;
+    std::size_t h = value.type().id() + 16 * elements.size();
+    for (const T& element : elements)
+      h = ovcore::impl::mix_hash(h) ^ equality_hash_of(element);
+    return ovcore::impl::mix_hash(h);
   });
 }
 

@@ -79,6 +79,10 @@ std::size_t SecuredValue::calc_hash_aux() const noexcept {
   return m_data ? m_data->hash() : 0;
 }
 
+std::size_t impl::equality_hash(const SecuredValue& value) noexcept {
+  return combine_hash(value.hash(), value.data_size() == 0 ? 0 : value.m_data->hash());
+}
+
 void SecuredValue::write(ovserialize::Writer& writer) const {
   ovserialize::Savepoint whole(writer);
   writer.begin_structure();

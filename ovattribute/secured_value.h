@@ -32,6 +32,12 @@ class Writer;
 namespace ovattribute {
 
 class AttributeValue;
+class SecuredValue;
+
+namespace impl {
+/// Unlike `SecuredValue::hash` also of the ciphertext; not kept.
+[[nodiscard]] std::size_t equality_hash(const SecuredValue& value) noexcept;
+}  // namespace impl
 
 /// What sealing left: the ciphertext, which cipher and which key made it, and a text in the clear
 /// that is authenticated with it. Everybody can copy, compare, write and read it; who has the key
@@ -142,7 +148,8 @@ class OV_EXPORT SecuredValue {
 
   /// By ciphertext, annotation, cipher and key. -1, 0 or 1.
   [[nodiscard]] int compare(const SecuredValue& other) const noexcept;
-  /// Computed once.
+  /// Of everything but the ciphertext, so that all values under one key may have the same; computed
+  /// once. `std::hash` of an `AttributeValue` looks at the ciphertext, too.
   [[nodiscard]] std::size_t hash() const {
     return m_hash.get([this] { return calc_hash_aux(); });
   }
@@ -159,6 +166,8 @@ class OV_EXPORT SecuredValue {
   void read(ovserialize::Reader& reader);
 
  private:
+  friend std::size_t impl::equality_hash(const SecuredValue& value) noexcept;
+
   SecuredValue(const MemoryListPtr& plaintext, std::string annotation, KeyId key_id,
                const ovcrypto::Key& key, const ICipher& cipher, ovcrypto::IRandomProvider& random);
   [[nodiscard]] MemoryListPtr decrypt(const ovcrypto::Key& key,

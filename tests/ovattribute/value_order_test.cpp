@@ -2,12 +2,19 @@
 // Order, equality and hash of values.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "ovattribute/attribute_map.h"
 #include "ovattribute/attribute_value.h"
 #include "ovattribute/binary_value.h"
+#include "ovattribute/secured_value.h"
+#include "ovserialize/memory_reader.h"
+#include "ovserialize/memory_writer.h"
 #include "tests/ovattribute/sample_values.h"
 #include "tests/ovattribute/typed_samples.h"
 
@@ -188,6 +195,68 @@ TEST(ValueOrder, HashesForContainersAgreeWithEquality) {
       }
     }
   }
+}
+
+std::size_t container_hash(const AttributeValue& value) {
+  return std::hash<AttributeValue>()(value);
+}
+
+TEST(ValueOrder, HashesForContainersTellValuesApart) {
+  std::size_t values = 1;
+  std::set<std::size_t> hashes{container_hash(AttributeValue())};
+  for (const ElementType& type : element_types()) {
+    const Elements samples = type.samples();
+    const std::size_t base = std::min<std::size_t>(samples.size(), 8) + 1;
+    for (std::size_t n = 0; n < base * base * base; ++n) {
+      Elements list;  // of up to three
+      for (std::size_t digits = n; digits > 0; digits /= base)
+        if (digits % base > 0) list.push_back(samples[digits % base - 1]);
+      if (n > 0 && n % base == 0) continue;  // the same list without a gap comes, too
+      if (n >= base * base && n / base % base == 0) continue;
+      ++values;
+      hashes.insert(container_hash(type.list(list)));
+    }
+    EXPECT_EQ(hashes.size(), values) << *type.type;
+  }
+}
+
+// What differs where the prescribed hash does not look, or by what its sums give away.
+TEST(ValueOrder, HashesForContainersTellNeighboursApart) {
+  const auto bytes = [](int x, int y) {
+    const unsigned char both[] = {static_cast<unsigned char>(x), static_cast<unsigned char>(y)};
+    return ovserialize::MemoryList::create_copy(both, 2);
+  };
+  const auto binary = [](unsigned char x, unsigned char y) {
+    const unsigned char both[] = {x, y};
+    return AttributeValue(BinaryValue(both, 2));
+  };
+  const auto secured = [&](int x, int y) {
+    ovserialize::MemoryWriter writer;
+    writer.begin_structure();
+    writer << "annotation"
+           << "EAX_AES128";
+    SecuredValue::KeyId().write(writer);
+    writer.write_memory_list_as_binary(bytes(x, y));
+    writer.end_structure();
+    ovserialize::MemoryReader reader(writer.memory_list());
+    return AttributeValue(SecuredValue(reader));
+  };
+  const auto map = [](const AttributeValue& x, const AttributeValue& y) {
+    return AttributeValue(AttributeMap{{"x", x}, {"y", y}});
+  };
+  const std::pair<AttributeValue, AttributeValue> pairs[] = {
+      {17, -18},
+      {{1, 0}, {0, 5}},
+      {{0, 0}, {0, 0, 0}},
+      {std::string("\1\1"), std::string("\0\6", 2)},
+      {binary(1, 0), binary(0, 5)},
+      {secured(1, 2), secured(1, 3)},
+      {map(map(1, 0), 0), map(map(0, 5), 0)},
+      {map(17, 17), map(-18, -18)},
+      {AttributeValue(), false},
+      {0, 0.0}};
+  for (const auto& [a, b] : pairs)
+    EXPECT_NE(container_hash(a), container_hash(b)) << a << b;
 }
 
 TEST(ValueOrder, OfTextMayLookPastLetterCase) {
