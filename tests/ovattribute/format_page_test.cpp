@@ -18,6 +18,7 @@
 #include "ovcore/simple_date_time.h"
 #include "ovuri/uri_reference.h"
 #include "tests/ovattribute/marshaling.h"
+#include "tests/ovattribute/sealing.h"
 
 namespace ovattribute {
 namespace {
@@ -66,6 +67,7 @@ std::map<std::string, Example> examples() {
   const auto set = AttributeNamePackageSet::create(package);
   const AttributeMap nested{{"a", AttributeMap{{"b", 1}}}};
   const unsigned char block[] = {1, 2};
+  FixedRandom nonce(std::string(16, '\1'));
   const auto error = ovcore::ErrorInfo::create(ovcore::ErrorCode("e", true), "{@n}", {{"n", "v"}},
                                                {"f", "g()", 7});
   return {
@@ -87,6 +89,11 @@ std::map<std::string, Example> examples() {
       {"maps of a: 1 and b: 2", plain({AttributeMap{{"a", 1}}, AttributeMap{{"b", 2}}})},
       {"map of a: map of b: 1", plain(nested)},
       {"Secured, without anything", plain(SecuredValue())},
+      // The ciphertext is Botan's.
+      {"Secured, Integer 7 by EAX_AES128 with key 16 times 00, nonce 16 times 01, annotation n, "
+       "category k",
+       plain(SecuredValue(AttributeValue(7), "n", {"k", {}}, key_of(std::string(16, '\0')),
+                          *cipher_of("EAX_AES128"), nonce))},
       {"ErrorInfo, none", plain(impl::ErrorInfoPtr())},
       {"ErrorInfo of code e, template \"{@n}\", n = \"v\", in f, g(), line 7", plain(error)},
       {"package {a, b}",

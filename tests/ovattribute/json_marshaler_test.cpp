@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <limits>
 #include <string>
 #include <utility>
@@ -230,6 +231,34 @@ TEST(JsonMarshaler, WritesPlainJsonWhereItReadsBackTheSame) {
     EXPECT_EQ(again, c.value) << json;
     EXPECT_EQ(to_json(again), json);
   }
+}
+
+// The table of docs/json.md: texts in the first column, what is written in the second.
+TEST(JsonMarshaler, ChangesOfADocumentWhatThePageSays) {
+  const auto quoted = [](std::string column) {
+    std::erase(column, ' ');
+    std::vector<std::string> texts;
+    for (std::size_t at = 0; (at = column.find('`', at)) != column.npos; ++at) {
+      const std::size_t end = column.find('`', at + 1);
+      texts.push_back(column.substr(at + 1, end - at - 1));
+      at = end;
+    }
+    return texts;
+  };
+  std::ifstream page(OV_SOURCE_ROOT "/docs/json.md");
+  std::size_t rows = 0;
+  for (std::string line; std::getline(page, line);) {
+    if (!line.starts_with("| `")) continue;
+    SCOPED_TRACE(line);
+    const std::size_t second = line.find(" | ");
+    const auto before = quoted(line.substr(0, second));
+    const auto after = quoted(line.substr(second, line.find(" | ", second + 3) - second));
+    ASSERT_EQ(before.size(), after.size());
+    for (std::size_t i = 0; i < before.size(); ++i)
+      EXPECT_EQ(to_json(parse_json(before[i])), after[i]);
+    ++rows;
+  }
+  EXPECT_GE(rows, 9u);
 }
 
 TEST(JsonMarshaler, FallsBackForMapsThatWouldNotReadBack) {
