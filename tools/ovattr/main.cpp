@@ -23,8 +23,32 @@ namespace {
 constexpr int bad_data = 1;
 constexpr int bad_usage = 2;
 
+/// What the tokens in messages of the JSON reader mean, in words.
+std::string hint(const ovcore::ErrorInfo& error) {
+  const std::string* const token = error.parameter("token");
+  if (token == nullptr || !error.message_template().starts_with("Unexpected tokenizer token"))
+    return "";
+  constexpr struct {
+    const char* name;
+    const char* words;
+  } hints[] = {
+      {"eToken_Punctuator", "a bracket, comma or colon cannot stand here; is a value missing?"},
+      {"eToken_IdentifierBegin", "a word without quotation marks cannot stand here"},
+      {"eToken_StringBegin", "a string cannot stand here; is a comma or colon missing?"},
+      {"eToken_Number", "a number cannot stand here; is a comma or colon missing?"},
+      {"eToken_True", "true cannot stand here; is a comma or colon missing?"},
+      {"eToken_False", "false cannot stand here; is a comma or colon missing?"},
+      {"eToken_Null", "null cannot stand here; is a comma or colon missing?"},
+      {"eToken_DocumentEnd", "the text ends too early"},
+  };
+  for (const auto& known : hints) {
+    if (*token == known.name) return std::string(" (") + known.words + ')';
+  }
+  return "";
+}
+
 void report_failure(const FileFailure& failure, bool verbose) {
-  std::string message = failure.file() + ": " + failure.what();
+  std::string message = failure.file() + ": " + failure.what() + hint(*failure.info());
   for (const auto* e = failure.info()->cause().get(); e != nullptr; e = e->cause().get()) {
     message += ": " + e->message();
   }
