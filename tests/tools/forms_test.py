@@ -181,6 +181,7 @@ class Types(InFolder):
 class Endings(InFolder):
     def test_say_the_form(self):
         for name, content in [("a.json", b'{"a":1}\n'), ("a.jsonl", b'{"a":1}\n'),
+                              ("a.ndjson", b'{"a":1}\n'),
                               ("a.ovb", bytes.fromhex("ecf0f0616101")),
                               ("a.ovt", b'simple(12), simple(16), simple(16), "a", 1\n'),
                               ("a", b'{"a":1}\n')]:
@@ -191,6 +192,15 @@ class Endings(InFolder):
                 self.assertEqual(self.run_tool("query", name, "/a"), b"1\n")
                 self.assertEqual(self.run_tool("diff", name, "a.json"), b"")
                 self.assertIn(b"'a' => [Integer: {1}]", self.run_tool("show", name))
+
+    def test_that_are_not_known_are_not_written(self):
+        for name in ["a.cbor", "a.json.bak", "./a.b"]:
+            err = self.refuse("convert", "-", "-o", name, stdin=b"1", code=2)
+            self.assertIn(".json, .jsonl, .ndjson, .ovb, .ovt; give --to", err)
+        self.assertEqual(os.listdir(self.folder), [])
+        self.run_tool("convert", "-", "-o", "a.cbor", "--to", "text", stdin=b"1")
+        self.assertEqual(self.read("a.cbor"), b"1\n")
+        self.assertEqual(self.run_tool("convert", self.write("a.geojson", b"2")), b"2\n")
 
     def test_options_go_first(self):
         self.write("a.json", bytes.fromhex("e29f020102ff"))
@@ -213,7 +223,10 @@ class Lines(InFolder):
         self.assertEqual(self.run_tool("convert", "a.ovt", "--lines"), b'{"a":1}\n[1,2]\n"x"\n')
         self.assertEqual(self.run_tool("convert", "-", "--lines", stdin=b"1\n2\n"), b"1\n2\n")
         self.assertEqual(self.run_tool("convert", "-", "--lines", stdin=b" \n\n"), b"")
-        self.assertEqual(self.run_tool("query", "a.jsonl", "/a"), b"1\n")
+        os.rename(self.path("a.jsonl"), self.path("a.ndjson"))
+        self.assertEqual(self.run_tool("query", "a.ndjson", "/a"), b"1\n")
+        self.run_tool("convert", "a.ovb", "-o", "b.ndjson")
+        self.assertEqual(self.read("b.ndjson").count(b"\n"), 3)
         self.assertEqual(self.run_tool("show", "a.ovb").count(b"["), 4)
 
     def test_errors_name_the_line(self):

@@ -21,8 +21,30 @@ CLI::Option* add_form_option(CLI::App& command, const char* name, std::optional<
       ->option_text("FORM");
 }
 
-bool ends_with(const std::string& file, std::string_view ending) {
-  return file.size() > ending.size() && std::string_view(file).ends_with(ending);
+struct Ending {
+  std::string_view text;
+  Form form;
+  bool lines;
+};
+constexpr Ending endings[] = {{".json", Form::json, false},
+                              {".jsonl", Form::json, true},
+                              {".ndjson", Form::json, true},
+                              {".ovb", Form::binary, false},
+                              {".ovt", Form::text, false}};
+
+/// With its dot; empty when the name of the file has none, or nothing else.
+std::string_view ending_of(std::string_view file) {
+  file.remove_prefix(file.rfind('/') + 1);
+  const std::size_t dot = file.rfind('.');
+  if (dot == 0 || dot == file.npos || dot + 1 == file.size()) return {};
+  return file.substr(dot);
+}
+
+const Ending* known_ending(const std::string& file) {
+  for (const Ending& ending : endings) {
+    if (ending.text == ending_of(file)) return &ending;
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -35,15 +57,16 @@ void add_reading_options(CLI::App& command, Reading& reading) {
 void add_form_options(CLI::App& command, Reading& reading) {
   add_form_option(command, "--from", reading.form,
                   {{"json", Form::json}, {"binary", Form::binary}, {"text", Form::text}},
-                  "The form to read: json, binary or text; else by the ending .json, .ovb or .ovt, "
-                  "and JSON for all else");
+                  "The form to read: json, binary or text; else by the ending .json, .jsonl, "
+                  ".ndjson, .ovb or .ovt, and JSON for all else");
   command.add_flag("--strict", reading.strict,
                    "Refuse names of packages that are not given; else they get placeholders");
   add_data_options(command, reading);
 }
 
 void add_data_options(CLI::App& command, Reading& reading) {
-  command.add_flag("--lines", reading.lines, "JSON holds one value a line, as in .jsonl");
+  command.add_flag("--lines", reading.lines,
+                   "JSON holds one value a line, as in .jsonl and .ndjson");
   command.add_flag("--comments", reading.comments, "Accept // and /* */ comments in JSON");
   add_package_option(command, reading.packages);
 }
@@ -58,19 +81,19 @@ void add_package_option(CLI::App& command, std::vector<std::string>& files) {
 }
 
 void add_to_option(CLI::App& command, Writing& writing) {
-  add_form_option(command, "--to", writing.form,
-                  {{"json", Form::json},
-                   {"binary", Form::binary},
-                   {"text", Form::text},
-                   {"trace", Form::trace}},
-                  "The form to write: json, binary, text or trace; else by the ending");
+  add_form_option(
+      command, "--to", writing.form,
+      {{"json", Form::json},
+       {"binary", Form::binary},
+       {"text", Form::text},
+       {"trace", Form::trace}},
+      "The form to write: json, binary, text or trace; else by the ending .json, .jsonl, "
+      ".ndjson, .ovb or .ovt, and JSON for a name without one");
 }
 
 std::optional<Form> form_by_ending(const std::string& file) {
-  if (ends_with(file, ".json") || ends_with(file, ".jsonl")) return Form::json;
-  if (ends_with(file, ".ovb")) return Form::binary;
-  if (ends_with(file, ".ovt")) return Form::text;
-  return std::nullopt;
+  const Ending* const ending = known_ending(file);
+  return ending != nullptr ? std::optional(ending->form) : std::nullopt;
 }
 
 Form form_of(const Reading& reading) {
@@ -78,15 +101,25 @@ Form form_of(const Reading& reading) {
 }
 
 Form form_of(const Writing& writing) {
-  return writing.form.value_or(form_by_ending(writing.file).value_or(Form::json));
+  if (writing.form) return *writing.form;
+  const std::optional<Form> form = form_by_ending(writing.file);
+  const std::string_view ending = ending_of(writing.file);
+  if (form || ending.empty()) return form.value_or(Form::json);
+  std::string known;
+  for (const Ending& other : endings)
+    known.append(known.empty() ? "" : ", ").append(other.text);
+  throw UsageError(writing.file + ": the ending " + std::string(ending) + " is none of " + known +
+                   "; give --to FORM");
 }
 
 bool has_lines(const Reading& reading) {
-  return reading.lines || ends_with(reading.file, ".jsonl");
+  const Ending* const ending = known_ending(reading.file);
+  return reading.lines || (ending != nullptr && ending->lines);
 }
 
 bool has_lines(const Writing& writing) {
-  return writing.lines || ends_with(writing.file, ".jsonl");
+  const Ending* const ending = known_ending(writing.file);
+  return writing.lines || (ending != nullptr && ending->lines);
 }
 
 ovattribute::AttributeValue read_document(const Reading& reading) {

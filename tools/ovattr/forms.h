@@ -53,10 +53,12 @@ void add_package_option(CLI::App& command, std::vector<std::string>& files);
 /// Adds --to.
 void add_to_option(CLI::App& command, Writing& writing);
 
-/// .json and .jsonl, .ovb (binary), .ovt (text); nothing for other endings.
+/// .json, .jsonl and .ndjson, .ovb (binary), .ovt (text); nothing for other endings.
 [[nodiscard]] std::optional<Form> form_by_ending(const std::string& file);
 /// JSON when neither option nor ending says anything.
 [[nodiscard]] Form form_of(const Reading& reading);
+/// JSON when there is neither option nor ending. Raises a usage error for an unknown ending, lest
+/// something else be written than what the name promises.
 [[nodiscard]] Form form_of(const Writing& writing);
 /// Whether JSON holds one value a line, by option or ending.
 [[nodiscard]] bool has_lines(const Reading& reading);
