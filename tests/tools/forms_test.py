@@ -8,7 +8,7 @@ import threading
 import unittest
 import uuid
 
-from tool import InFolder, TOOL, iso_files, start
+from tool import InFolder, TOOL, iso_files, ovattr_bytes, start
 
 from marshaled import Values, cbor2, items_of, packages_of
 
@@ -292,6 +292,26 @@ class Lines(InFolder):
 
 
 class Damage(InFolder):
+    def test_keeps_what_was_read_before(self):
+        good = b"".join(b'{"n": %d, "text": "%s"}\n' % (n, b"x" * (n % 700)) for n in range(3000))
+        to_form = ("convert", "-", "--lines", "--to")
+        streams = {"json": (good, b'{"n": 1, "text": [1, "a"]}\n'),
+                   "binary": (self.run_tool(*to_form, "binary", stdin=good), b"\xec\xf0\xf3"),
+                   "text": (self.run_tool(*to_form, "text", stdin=good), b", simple(12), 1")}
+        commands = [(*to_form, form) for form in ["json", "binary", "text", "trace"]]
+        commands += [("show", "-", "--lines"), ("query", "-", "/text", "--lines"),
+                     ("diff", "-", self.write("nothing.json", b"[]"), "--lines"),
+                     ("convert", "-", "--lines", "-o", "/dev/stdout")]
+        for source, (data, bad) in streams.items():
+            for command in commands:
+                with self.subTest((source, command)):
+                    _, whole, _ = ovattr_bytes(*command, "--from", source, stdin=data,
+                                               cwd=self.folder)
+                    code, out, err = ovattr_bytes(*command, "--from", source, stdin=data + bad,
+                                                  cwd=self.folder)
+                    self.assertEqual((code, err.count("\n")), (1, 1))
+                    self.assertTrue(out == whole and len(out) > 20_000, (len(out), len(whole)))
+
     def test_leaves_no_file(self):
         (path,) = [path for path in iso_files() if path.endswith("iso_4217.json")]
         self.run_tool("convert", path, "-o", "whole.ovb")

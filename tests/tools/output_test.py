@@ -4,12 +4,14 @@
 import json
 import os
 import resource
+import shutil
 import signal
+import stat
 import subprocess
 import time
 import unittest
 
-from tool import InFolder, start
+from tool import InFolder, TOOL, start
 
 
 class Output(InFolder):
@@ -37,13 +39,16 @@ class Output(InFolder):
                 self.assertEqual(process.returncode, 1)
 
     def test_an_interruption_leaves_nothing(self):
-        with start("convert", "-", "--lines", "-o", "out.json", stdin=subprocess.PIPE,
-                   cwd=self.folder) as process:
-            while not os.listdir(self.folder):
-                time.sleep(0.01)
-            process.terminate()  # at once: the file is known as soon as it is there
-        self.assertEqual(process.returncode, -signal.SIGTERM)
-        self.assertEqual(os.listdir(self.folder), [])
+        for number in [signal.SIGTERM, signal.SIGINT, signal.SIGALRM, signal.SIGXCPU,
+                       signal.SIGPIPE, signal.SIGUSR1, signal.SIGABRT, signal.SIGRTMIN + 3]:
+            with self.subTest(number):
+                with start("convert", "-", "--lines", "-o", "out.json", stdin=subprocess.PIPE,
+                           cwd=self.folder) as process:
+                    while not os.listdir(self.folder):
+                        time.sleep(0.01)
+                    process.send_signal(number)  # at once: the file is known when it is there
+                self.assertEqual(process.returncode, -number)
+                self.assertEqual(os.listdir(self.folder), [])
 
     def test_a_limit_on_files_is_an_error(self):
         self.write("in.json", json.dumps("x" * 10_000))
@@ -61,9 +66,91 @@ class Output(InFolder):
         self.assertTrue(os.path.islink(self.path("link.json")))
         self.assertEqual(self.read("old.json"), b"[1,2]\n")
 
-        os.symlink("nowhere", self.path("broken.json"))
-        self.refuse("convert", "in.json", "-o", "broken.json")
-        self.assertTrue(os.path.islink(self.path("broken.json")))
+        os.mkdir(self.path("folder"))
+        os.symlink("folder/next.json", self.path("first.json"))
+        os.symlink("../new.json", self.path("folder/next.json"))
+        self.run_tool("convert", "in.json", "-o", "first.json")
+        self.assertTrue(os.path.islink(self.path("folder/next.json")))
+        self.assertEqual(self.read("new.json"), b"[1,2]\n")
+
+        os.symlink("round.json", self.path("round.json"))
+        self.assertIn("symbolic links", self.refuse("convert", "in.json", "-o", "round.json"))
+
+    def test_names_may_be_as_long_as_the_system_allows(self):
+        for size in [249, 255]:
+            name = "n" * (size - 5) + ".json"
+            self.run_tool("convert", "-", "-o", name, stdin=b"1")
+            self.assertEqual(self.read(name), b"1\n")
+
+    def test_an_open_descriptor_is_written_to(self):
+        self.write("in.json", b"[1, 2]")
+        os.symlink("/dev/stderr", self.path("log"))
+        with open(self.path("target"), "ab") as target:
+            for name in ["/dev/stdout", "/dev/stderr", "/dev/fd/2", "/proc/self/fd/1", "log",
+                         f"/dev/fd/{target.fileno()}", f"/proc/self/fd/{target.fileno()}",
+                         f"/proc/{os.getpid()}/fd/{target.fileno()}"]:
+                with self.subTest(name):
+                    target.truncate(0)
+                    target.write(b"before ")
+                    target.flush()
+                    code = start("convert", "in.json", "-o", name, stdout=target, stderr=target,
+                                 pass_fds=[target.fileno()], cwd=self.folder).wait()
+                    target.write(b"after")
+                    target.flush()
+                    self.assertEqual((code, self.read("target")), (0, b"before [1,2]\nafter"))
+        self.assertIn("Bad file descriptor", self.refuse("convert", "in.json", "-o", "/dev/fd/999"))
+
+    def test_a_file_is_not_appended_to_itself(self):
+        for arguments in [("convert", "in.jsonl"), ("show", "in.jsonl"), ("query", "in.jsonl", ""),
+                          ("diff", "other", "in.jsonl"), ("inspect", "in.jsonl"),
+                          ("convert", "-", "--lines"), ("convert", "in.jsonl", "-o", "/dev/stdout")]:
+            with self.subTest(arguments):
+                self.write("other", b"3")
+                self.write("in.jsonl", b"1\n2\n")
+                with open(self.path("in.jsonl"), "rb") as data, \
+                        open(self.path("in.jsonl"), "ab") as out:
+                    process = start(*arguments, stdin=data, stdout=out, stderr=subprocess.PIPE,
+                                    cwd=self.folder)
+                    self.assertIn(b"-o FILE", process.communicate(timeout=60)[1])
+                self.assertEqual((process.returncode, self.read("in.jsonl")), (2, b"1\n2\n"))
+        self.run_tool("convert", "in.jsonl", "-o", "in.jsonl")
+
+    def test_a_named_pipe_must_be_read_to_its_end(self):
+        self.write("large.json", json.dumps(["x" * 1000] * 1000))
+        os.mkfifo(self.path("pipe"))
+        with start("convert", "large.json", "-o", "pipe", cwd=self.folder,
+                   stderr=subprocess.PIPE) as process:
+            with open(self.path("pipe"), "rb") as reader:
+                reader.read(10)
+            self.assertEqual(process.stderr.read(), b"ovattr: pipe: Writing failed: Broken pipe\n")
+        self.assertEqual(process.returncode, 1)
+
+    def test_rights_are_kept_and_no_more(self):
+        self.write("in.json", b"1")
+        self.write("old.json", b"2")
+        if os.geteuid() == 0:
+            os.chown(self.path("old.json"), 12345, 12346)
+        os.chmod(self.path("old.json"), 0o7754)
+        before = os.stat(self.path("old.json"))
+        self.run_tool("convert", "in.json", "-o", "old.json")
+        after = os.stat(self.path("old.json"))
+        self.assertEqual(stat.S_IMODE(after.st_mode), 0o754)
+        self.assertEqual((after.st_uid, after.st_gid), (before.st_uid, before.st_gid))
+
+    def test_a_file_mounted_by_itself_is_overwritten(self):
+        self.write("in.json", b"[1, 2]")
+        self.write("behind.json", b"an older and longer text")
+        self.write("old.json", b"")
+        script = '''mount --bind behind.json old.json || exit 77
+                    "$0" convert in.json -o old.json && "$0" convert - -o old.json <<<"[1"'''
+        unshare = ["unshare", "-m"] if os.geteuid() == 0 else ["unshare", "-rm"]
+        done = subprocess.run([*unshare, "bash", "-c", script, TOOL], cwd=self.folder,
+                              capture_output=True)
+        if done.returncode == 77 or b"unshare" in done.stderr:
+            self.skipTest("mounting is not allowed")
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(self.read("behind.json"), b"[1,2]\n")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["behind.json", "in.json", "old.json"])
 
     def test_a_link_to_standard_output_is_standard_output(self):
         self.write("in.json", b"[1, 2]")
@@ -85,6 +172,31 @@ class Output(InFolder):
                 code = process.wait()
             self.assertEqual((code, os.path.exists(self.path("out.json"))),
                              (1, False) if stream == 0 else (0, True))
+
+
+@unittest.skipUnless(shutil.which("strace"), "strace is not installed")
+class SystemCalls(InFolder):
+    def calls(self, *arguments, stdin=b""):
+        environment = {**os.environ, "ASAN_OPTIONS": "detect_leaks=0", "LSAN_OPTIONS": ""}
+        done = subprocess.run(["strace", "-o", "calls", "-e",
+                               "trace=poll,write,fsync,rename,renameat,renameat2", TOOL,
+                               *arguments], cwd=self.folder, input=stdin, capture_output=True,
+                              env=environment)
+        if b"ptrace" in done.stderr:
+            self.skipTest("tracing is not allowed")
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+        return [line.split(b"(")[0] for line in self.read("calls").splitlines() if b"(" in line]
+
+    def test_are_made_once_a_block(self):
+        lines = b'{"a": 1}\n' * 10_000
+        for command in [("convert", "-", "--lines"), ("convert", "-", "--lines", "--to", "binary"),
+                        ("query", "-", "/a", "--lines"), ("show", "-", "--lines")]:
+            with self.subTest(command):
+                self.assertLess(len(self.calls(*command, stdin=lines)), 100)
+
+    def test_sync_a_file_before_it_takes_its_place(self):
+        calls = self.calls("convert", "-", "-o", "out.json", stdin=b"1")
+        self.assertEqual(calls[-2:], [b"fsync", b"rename"])
 
 
 if __name__ == "__main__":

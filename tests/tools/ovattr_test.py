@@ -132,7 +132,7 @@ class Convert(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "out.json")
             self.assertEqual(ovattr("convert", "-", "-o", path, stdin=b"[1, 2]")[0], 0)
-            os.chmod(path, 0o640)
+            os.chmod(path, 0o7640)
             self.assertEqual(ovattr("convert", "-", "-o", path, stdin=b"[1, ")[0], 1)
             with open(path, encoding="utf-8") as file:
                 self.assertEqual(file.read(), "[1,2]\n")

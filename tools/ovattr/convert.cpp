@@ -45,7 +45,8 @@ void add_convert(CLI::App& app) {
       ->needs("--package");
   command->footer(
       "Binary and text hold any number of values, one behind the other; JSON holds one, or with\n"
-      "--lines one a line. Each value is written before the next one is read.\n\n"
+      "--lines one a line. Each value is written before the next one is read, so that the\n"
+      "standard output gets all that come before a failure; a file is left as it was.\n\n"
       "JSON is read into typed values. What comes out says the same, with these differences:\n"
       "members stand in the order of their names; a fraction, which a reader might take for an\n"
       "integer, is written in a lossless form ({\"ovserialize\": \"2.5\"}); an array of one "

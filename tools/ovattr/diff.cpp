@@ -63,7 +63,7 @@ class Difference {
     } else if (!same_element(a, b)) {
       line('!', place, a) << " => ";
       b.write_trace(m_out, m_formatter, 0);
-      m_out << '\n';
+      end_line();
     }
   }
 
@@ -94,6 +94,9 @@ class Difference {
     return m_out;
   }
 
+  /// The line is whole: it is printed whatever happens.
+  void end_line() { m_out << '\n' << std::flush; }
+
   void compare_maps(const Place& place, const AttributeMap& a, const AttributeMap& b) {
     std::set<std::string> names;
     for (const auto& entry : a)
@@ -117,9 +120,11 @@ class Difference {
     if (a != nullptr && b != nullptr) {
       compare(place, *a, *b);
     } else if (a != nullptr) {
-      line('-', place, *a) << '\n';
+      line('-', place, *a);
+      end_line();
     } else if (b != nullptr) {
-      line('+', place, *b) << '\n';
+      line('+', place, *b);
+      end_line();
     }
   }
 
@@ -142,12 +147,14 @@ struct Diff {
     const auto source_b = open_source(b, packages);
     const bool differ = about_file(output_name("-"), [&] {
       Output out("-");
-      OutputBuffer buffer(out.stream());
+      source_a->feed(out);
+      source_b->feed(out);
+      OutputBuffer buffer(out);
       std::ostream text(&buffer);
       text.exceptions(std::ios::badbit);
       Difference difference(text);
       difference.compare(*source_a, *source_b);
-      text.flush();
+      out.commit();
       return difference.found();
     });
     if (differ) throw Finding();

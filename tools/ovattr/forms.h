@@ -34,13 +34,13 @@ struct Reading {
 
 /// How values are written.
 struct Writing {
-  std::string file = "-";       // "-" is standard output
-  mode_t new_file_mode = 0666;  // of a file that does not exist, before the user's mask
-  std::optional<Form> form;     // else by the file's ending
-  bool lines = false;           // JSON of one value a line
-  std::size_t indent = 0;       // blanks a level in JSON and text; 0 puts everything on one line
-  bool announce = false;        // all packages before the first value
-  bool shorten = false;         // leave out of long lists, texts and blocks in trace text
+  std::string file = "-";    // "-" is standard output
+  std::optional<Form> form;  // else by the file's ending
+  bool lines = false;        // JSON of one value a line
+  std::size_t indent = 0;    // blanks a level in JSON and text; 0 puts everything on one line
+  bool announce = false;     // all packages before the first value
+  bool shorten = false;      // leave out of long lists, texts and blocks in trace text
+  mode_t mode = 0666;        // of a new file, before the user's mask
 };
 
 /// Adds FILE and what `add_form_options` adds.

@@ -4,9 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <string>
 
 #include "ovcore/read_stream.h"
+#include "tools/ovattr/output.h"
 
 namespace ovattr {
 
@@ -20,12 +22,19 @@ class Input final : public ovcore::IReadStream {
   std::size_t read_some(void* buffer, std::size_t size) override;
   [[nodiscard]] std::uint64_t remaining() const override { return m_source->remaining(); }
 
-  /// Whether nothing can be read without waiting; known of standard input only.
-  [[nodiscard]] bool is_idle() const noexcept;
+  /// What comes of the input goes to `output`, which passes on what it kept before the input may
+  /// have to be waited for, and must outlive reading. Raises a usage error when it is the same
+  /// file.
+  void feed(Output& output);
+  /// Raises the output's error, if that is why reading has failed.
+  void raise_output_failure() const;
 
  private:
-  const bool m_standard;
+  const std::string m_file;
   const ovcore::RefCountPtr<ovcore::FileReadStream> m_source;
+  bool m_may_wait = false;  // as pipes, sockets and terminals do
+  Output* m_output = nullptr;
+  std::exception_ptr m_output_failure;
 };
 
 }  // namespace ovattr

@@ -19,28 +19,26 @@ struct Inspect {
 
   void run() const {
     const auto known = read_packages(packages);
+    const auto input =
+        about_file(input_name(file), [&] { return ovcore::make_ref_counted<Input>(file); });
     Output out("-");
-    OutputBuffer buffer(out.stream());
+    input->feed(out);
+    OutputBuffer buffer(out);
     std::ostream text(&buffer);
     text.exceptions(std::ios::badbit);
     std::optional<std::string> surprise;
-    try {
-      surprise = about_file(input_name(file), [&] { return inspect(text, known); });
-    } catch (...) {
-      if (text.good()) text.flush();  // what comes before the fault
-      throw;
-    }
-    text.flush();
+    about_file(input_name(file), [&] {
+      try {
+        ovserialize::StreamReader reader(*input);
+        ItemLines lines(reader, text);
+        surprise = Inspection(lines, known).run();
+      } catch (...) {
+        input->raise_output_failure();
+        throw;
+      }
+    });
+    out.commit();
     if (surprise) fail(input_name(file), *surprise);
-  }
-
- private:
-  std::optional<std::string> inspect(std::ostream& text,
-                                     const ovattribute::AttributeNamePackageSet::Ptr& known) const {
-    const auto input = ovcore::make_ref_counted<Input>(file);
-    ovserialize::StreamReader reader(*input);
-    ItemLines lines(reader, text);
-    return Inspection(lines, known).run();
   }
 };
 

@@ -63,7 +63,7 @@ void print_aligned(std::ostream& out, std::uint64_t number, std::size_t width) {
 
 ItemLines::ItemLines(ovserialize::StreamReader& reader, std::ostream& out)
     : m_reader(reader), m_out(out) {
-  m_out << "    offset     bytes  kind       meaning\n";
+  m_out << "    offset     bytes  kind       meaning\n" << std::flush;
 }
 
 void ItemLines::scalar(const std::string& label) {
@@ -147,7 +147,7 @@ void ItemLines::print(const char* kind, const std::string& meaning) {
   if (!meaning.empty()) {
     m_out << std::string(11 - kind_text.size() + 2 * m_open.size(), ' ') << meaning;
   }
-  m_out << '\n';
+  m_out << '\n' << std::flush;  // the line is printed whatever comes after it
 }
 
 }  // namespace ovattr

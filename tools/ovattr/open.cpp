@@ -100,7 +100,7 @@ void add_open(CLI::App& app) {
       "Nothing is written unless all that is to be opened is authentic. What is passed over stays\n"
       "sealed. A new file is for its owner only.\n\n"
       "Example:\n  ovattr open sealed.json -o order.json --key-file orders.key");
-  open->writing.new_file_mode = S_IRUSR | S_IWUSR;
+  open->writing.mode = S_IRUSR | S_IWUSR;
   command->callback([open] { open->run(); });
 }
 

@@ -3,40 +3,63 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
-#include <system_error>
 #include <utility>
 
-#include "ovcore/error_codes.h"
-#include "ovcore/error_composer.h"
+#include "ovcore/exception.h"
 #include "tools/ovattr/command.h"
 #include "tools/ovattr/progress.h"
+#include "tools/ovattr/quoted.h"
 
 namespace ovattr {
 namespace {
 
-[[noreturn]] void fail_writing(int error) {
-  ovcore::ErrorComposer("Writing failed: {@reason}")
-      .add("reason", std::generic_category().message(error))
-      .throw_error(ovcore::error::ovcore_stream_write,
-                   {"tools/ovattr/output", "ovattr::Output()", 0});
+constexpr std::size_t block_size = 65536;
+
+/// Empty when it does not exist.
+std::string real_path(const std::string& file) {
+  const std::unique_ptr<char, decltype(&std::free)> path(::realpath(file.c_str(), nullptr),
+                                                         &std::free);
+  return path ? path.get() : "";
 }
 
-/// What a new file may be done with: as an old one, else as asked for, less the user's mask.
-mode_t mode_of(const std::string& file, mode_t new_file_mode) {
-  struct stat old;
-  if (::stat(file.c_str(), &old) == 0) return old.st_mode & 07777;
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  return new_file_mode & ~mask;
+std::optional<int> parse_descriptor(std::string_view text) noexcept {
+  int number = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number < 0) return std::nullopt;
+  return number;
+}
+
+/// Behind all links, the last of which need not lead to a file that exists.
+struct Destination {
+  std::string file;
+  bool is_descriptor = false;  // "/proc/PID/fd/N"
+  std::optional<int> own;      // the descriptor when it is one of this process
+};
+
+Destination destination_of(std::string file) {
+  for (int links = 0; links < 40; ++links) {
+    const std::string folder = folder_of(file);
+    const std::string real = folder.empty() ? "" : real_path(folder);
+    if (real.starts_with("/proc/") && real.ends_with("/fd")) {
+      const std::optional<int> number = parse_descriptor(file.substr(folder.size()));
+      const bool own =
+          real == real_path("/proc/self/fd") || real == real_path("/proc/thread-self/fd");
+      if (number) return {std::move(file), true, own ? number : std::nullopt};
+    }
+    char target[4096];
+    const ssize_t size = ::readlink(file.c_str(), target, sizeof target);
+    if (size < 0 || size == sizeof target) return {std::move(file), false, {}};  // no link
+    const std::string_view path(target, static_cast<std::size_t>(size));
+    file = path.starts_with('/') ? std::string(path) : folder + std::string(path);
+  }
+  fail_writing(ELOOP);
 }
 
 bool is_special(const std::string& file) {
@@ -44,46 +67,10 @@ bool is_special(const std::string& file) {
   return ::stat(file.c_str(), &old) == 0 && !S_ISREG(old.st_mode);
 }
 
-/// As /dev/stdout is, and its like.
-bool is_standard_output(const std::string& file) {
-  struct stat named;
-  struct stat open;
-  return ::stat(file.c_str(), &named) == 0 && ::fstat(STDOUT_FILENO, &open) == 0 &&
-         named.st_dev == open.st_dev && named.st_ino == open.st_ino;
-}
-
-/// The file that a link leads to, so that the link stays what it is.
-std::string behind_links(const std::string& file) {
-  struct stat link;
-  if (::lstat(file.c_str(), &link) != 0 || !S_ISLNK(link.st_mode)) return file;
-  const std::unique_ptr<char, decltype(&std::free)> target(::realpath(file.c_str(), nullptr),
-                                                           &std::free);
-  if (!target) fail_writing(errno);
-  return target.get();
-}
-
-constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-
-// The file to remove when a signal ends the program; empty for none.
-char temporary_file[4096];
-
-extern "C" void remove_temporary(int signal) {
-  if (temporary_file[0] != '\0') ::unlink(temporary_file);
-  ::signal(signal, SIG_DFL);
-  ::raise(signal);
-}
-
-/// Signals that are ignored stay so.
-void remove_when_interrupted(const std::string& file) {
-  if (file.size() >= sizeof temporary_file) return;
-  std::strcpy(temporary_file, file.c_str());
-  for (const int number : ending_signals) {
-    if (::signal(number, remove_temporary) == SIG_IGN) ::signal(number, SIG_IGN);
-  }
-}
+}  // namespace
 
 /// Writes to a descriptor, which shows in the progress line. Errors name the file.
-class Target final : public ovcore::IWriteStream {
+class Output::Target {
  public:
   Target(std::string name, int descriptor)
       : m_name(std::move(name)),
@@ -91,84 +78,116 @@ class Target final : public ovcore::IWriteStream {
         m_terminal(::isatty(descriptor) != 0),
         m_stream(ovcore::make_ref_counted<ovcore::FileWriteStream>(descriptor)) {}
 
-  using IWriteStream::write;
-  void write(const void* data, std::size_t size) override {
+  void write(std::string_view text) {
     if (m_terminal) {
       Progress::of_process().stop();
-      const std::string text = harmless(std::string(static_cast<const char*>(data), size));
-      about_file(m_name, [&] { put(text.data(), size); });
+      about_file(m_name, [&] { put(without_controls(text, "\n\t")); });
     } else {
-      about_file(m_name, [&] { put(data, size); });
+      about_file(m_name, [&] { put(text); });
     }
-    Progress::of_process().add_written(size);
+    Progress::of_process().add_written(text.size());
   }
 
  private:
-  void put(const void* data, std::size_t size) {
+  void put(std::string_view text) {
     try {
-      m_stream->write(data, size);
+      m_stream->write(text.data(), text.size());
     } catch (const ovcore::Exception&) {
       if (nobody_reads()) throw Finding();  // as after `| head`, no failure of ours
       throw;
     }
   }
-  /// A terminal is not to be steered by control characters, the ones of two bytes included.
-  std::string harmless(std::string text) {
-    for (char& c : text) {
-      const auto byte = static_cast<unsigned char>(c);
-      const bool second = m_last == 0xc2 && byte >= 0x80 && byte < 0xa0;
-      m_last = byte;
-      if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7f || second) c = '?';
-    }
-    return text;
-  }
+  /// A pipe that was named must be read to its end.
   [[nodiscard]] bool nobody_reads() const noexcept {
     pollfd state = {m_descriptor, POLLOUT, 0};
-    return ::poll(&state, 1, 0) == 1 && (state.revents & POLLERR) != 0;
+    return m_descriptor == STDOUT_FILENO && ::poll(&state, 1, 0) == 1 &&
+           (state.revents & POLLERR) != 0;
   }
 
   const std::string m_name;
   const int m_descriptor;
   const bool m_terminal;
   const ovcore::RefCountPtr<ovcore::FileWriteStream> m_stream;
-  unsigned char m_last = 0;
 };
 
-}  // namespace
+/// Holds back what is not whole, unless all is dropped after a failure anyway.
+class Output::Pending final : public ovcore::IWriteStream {
+ public:
+  Pending(Target target, bool all_or_nothing)
+      : m_target(std::move(target)), m_all_or_nothing(all_or_nothing) {}
 
-SignalsHeld::SignalsHeld() noexcept {
-  sigset_t held;
-  ::sigemptyset(&held);
-  for (const int number : ending_signals)
-    ::sigaddset(&held, number);
-  ::pthread_sigmask(SIG_BLOCK, &held, &m_former);
-}
-
-SignalsHeld::~SignalsHeld() {
-  ::pthread_sigmask(SIG_SETMASK, &m_former, nullptr);
-}
-
-Output::Output(const std::string& file, mode_t new_file_mode)
-    : m_file(file), m_new_file_mode(new_file_mode), m_descriptor(-1) {
-  if (file == "-" || is_standard_output(file)) {
-    m_descriptor = STDOUT_FILENO;
-  } else if (is_special(file)) {
-    m_descriptor = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
-  } else {
-    m_file = behind_links(file);
-    m_temporary = m_file + ".XXXXXX";
-    const SignalsHeld held;
-    m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);
-    if (m_descriptor < 0) m_temporary.clear();
-    remove_when_interrupted(m_temporary);
+  using IWriteStream::write;
+  void write(const void* data, std::size_t size) override {
+    m_text.append(static_cast<const char*>(data), size);
+    if (m_all_or_nothing && m_text.size() >= block_size) pass_on(m_text.size());
   }
-  if (m_descriptor < 0) fail_writing(errno);
-  m_stream = ovcore::make_ref_counted<Target>(output_name(file), m_descriptor);
+  void keep(std::string_view ending) {
+    m_whole = m_text.size();
+    m_ending = ending;
+    if (m_whole >= block_size) flush();
+  }
+  void flush() { pass_on(m_whole); }
+  void finish() {
+    m_ending.clear();
+    pass_on(m_text.size());
+  }
+  void drop_rest() {
+    if (m_failed || m_all_or_nothing) return;
+    m_text.resize(m_whole);
+    m_text += m_ending;
+    finish();
+  }
+
+ private:
+  void pass_on(std::size_t size) {
+    if (size == 0) return;
+    m_failed = true;
+    m_target.write(std::string_view(m_text).substr(0, size));
+    m_failed = false;
+    m_text.erase(0, size);
+    m_whole -= std::min(m_whole, size);
+    if (m_text.empty() && m_text.capacity() > 16 * block_size) m_text = {};
+  }
+
+  Target m_target;
+  const bool m_all_or_nothing;
+  std::string m_text;
+  std::size_t m_whole = 0;  // bytes of it
+  std::string m_ending;
+  bool m_failed = false;
+};
+
+Output::Output(const std::string& file, mode_t mode)
+    : m_name(output_name(file)), m_descriptor(STDOUT_FILENO) {
+  if (file != "-") {
+    const Destination destination = destination_of(file);
+    if (destination.own) {
+      m_descriptor = *destination.own;
+      if (::fcntl(m_descriptor, F_GETFD) < 0) fail_writing(errno);
+    } else if (destination.is_descriptor || is_special(destination.file)) {
+      const int append = destination.is_descriptor ? O_APPEND : 0;
+      m_descriptor = ::open(destination.file.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | append);
+      if (m_descriptor < 0) fail_writing(errno);
+      m_owned = true;
+    } else {
+      m_replaced.emplace(destination.file, mode);
+      m_descriptor = m_replaced->descriptor();
+    }
+  }
+  m_stream =
+      ovcore::make_ref_counted<Pending>(Target(m_name, m_descriptor), m_replaced.has_value());
 }
 
 Output::~Output() {
-  if (m_descriptor >= 0 && m_descriptor != STDOUT_FILENO) ::close(m_descriptor);
-  if (!m_temporary.empty()) ::unlink(m_temporary.c_str());
+  try {
+    m_stream->drop_rest();
+  } catch (...) {  // what went wrong before matters more
+  }
+  if (m_owned) ::close(m_descriptor);
+}
+
+ovcore::IWriteStream& Output::stream() noexcept {
+  return *m_stream;
 }
 
 void Output::refuse_terminal() const {
@@ -176,29 +195,42 @@ void Output::refuse_terminal() const {
   throw UsageError("Binary is not written to a terminal; give -o FILE");
 }
 
+void Output::refuse_input(const struct stat& input) const {
+  struct stat own;
+  if (m_replaced || ::fstat(m_descriptor, &own) != 0 || !S_ISREG(own.st_mode)) return;
+  if (own.st_dev != input.st_dev || own.st_ino != input.st_ino) return;
+  throw UsageError("The file that is read is the " + m_name + ", too; give -o FILE to replace it");
+}
+
+void Output::keep(std::string_view ending) {
+  m_stream->keep(ending);
+}
+
+void Output::flush() {
+  if (!m_replaced) m_stream->flush();
+}
+
 void Output::commit() {
-  if (m_descriptor == STDOUT_FILENO) return;
-  if (!m_temporary.empty() && ::fchmod(m_descriptor, mode_of(m_file, m_new_file_mode)) != 0) {
-    fail_writing(errno);
-  }
-  const int descriptor = m_descriptor;
-  m_descriptor = -1;
-  if (::close(descriptor) != 0) fail_writing(errno);
-  if (m_temporary.empty()) return;
-  if (std::rename(m_temporary.c_str(), m_file.c_str()) != 0) fail_writing(errno);
-  m_temporary.clear();
+  m_stream->finish();
+  if (m_replaced) m_replaced->commit();
+  if (std::exchange(m_owned, false) && ::close(m_descriptor) != 0) fail_writing(errno);
 }
 
 OutputBuffer::int_type OutputBuffer::overflow(int_type c) {
-  sync();
+  pass_on();
   if (!traits_type::eq_int_type(c, traits_type::eof())) sputc(traits_type::to_char_type(c));
   return traits_type::not_eof(c);
 }
 
 int OutputBuffer::sync() {
-  m_target.write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
-  setp(m_block, m_block + sizeof m_block);
+  pass_on();
+  m_output.keep();
   return 0;
+}
+
+void OutputBuffer::pass_on() {
+  m_output.stream().write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
+  setp(m_block, m_block + sizeof m_block);
 }
 
 }  // namespace ovattr

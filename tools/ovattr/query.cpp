@@ -18,33 +18,54 @@ namespace {
 using ovattribute::AttributeValue;
 using ovattribute::ValueTypeId;
 
-/// One element that is no map: its plain text.
-void write_plain(Output& out, const AttributeValue& value) {
-  if (value.type() == ValueTypeId::typeString) {
-    out.stream().write(value.get<std::string>());
-    out.stream().write("\n");
-    return;
+/// Prints one value after the other.
+class Printer {
+ public:
+  explicit Printer(Output& out)
+      : m_out(out),
+        m_json(out.stream(), {.indent = 2}),
+        m_formatter(plain()),
+        m_buffer(out),
+        m_text(&m_buffer) {
+    m_text.exceptions(std::ios::badbit);
   }
-  using ListParams = ovattribute::TraceFormatter::ListParams;
-  ovattribute::TraceFormatter::Composer composer;
-  composer.show_type(false)
-      .list_default(ListParams("", ", ", "", false))
-      .list_binary_value_dump(ListParams("", ", ", "", false))
-      .list_error_info(ListParams("", ", ", "", false));
-  OutputBuffer buffer(out.stream());
-  std::ostream text(&buffer);
-  text.exceptions(std::ios::badbit);
-  value.write_trace(text, composer.compose(), 0);
-  text.put('\n').flush();
-}
 
-void write_json(Output& out, const AttributeValue& value) {
-  ovjson::TextWriter writer(out.stream(), {.indent = 2});
-  ovattribute::write_attribute_value(writer, value,
-                                     {.exact_integers = true, .order_names_by_text = true});
-  writer.next_document();
-  writer.close();
-}
+  void print(const AttributeValue& value) {
+    if (value.size() != 1 || value.type() == ValueTypeId::typeAttributeMap) {
+      print_json(value);
+    } else if (value.type() == ValueTypeId::typeString) {
+      m_text << value.elements<std::string>().front() << '\n' << std::flush;
+    } else {
+      value.write_trace(m_text, m_formatter, 0);
+      m_text << '\n' << std::flush;
+    }
+  }
+
+ private:
+  static ovattribute::TraceFormatter plain() {
+    using ListParams = ovattribute::TraceFormatter::ListParams;
+    ovattribute::TraceFormatter::Composer composer;
+    composer.show_type(false)
+        .list_default(ListParams("", ", ", "", false))
+        .list_binary_value_dump(ListParams("", ", ", "", false))
+        .list_error_info(ListParams("", ", ", "", false));
+    return composer.compose();
+  }
+
+  void print_json(const AttributeValue& value) {
+    ovattribute::write_attribute_value(m_json, value,
+                                       {.exact_integers = true, .order_names_by_text = true});
+    m_json.next_document();
+    m_json.flush();
+    m_out.keep();
+  }
+
+  Output& m_out;
+  ovjson::TextWriter m_json;
+  const ovattribute::TraceFormatter m_formatter;
+  OutputBuffer m_buffer;
+  std::ostream m_text;
+};
 
 struct Query {
   Reading reading;
@@ -54,28 +75,20 @@ struct Query {
     const std::optional<Pointer> pointer = Pointer::parse(text);
     if (!pointer) throw UsageError(text + " is not a JSON pointer");
     const auto source = open_source(reading, read_packages(reading.packages));
+    const std::string name = output_name("-");
+    Output out("-");
+    source->feed(out);
+    Printer printer(out);
     AttributeValue whole;
     bool any = false;
     while (source->next(whole)) {
       const std::optional<AttributeValue> found = pointer->find_in(whole);
       if (!found) continue;
-      print(*found);
+      about_file(name, [&] { printer.print(*found); });
       any = true;
     }
+    about_file(name, [&] { out.commit(); });
     if (!any) fail(input_name(reading.file), "Nothing at " + text);
-  }
-
-  static void print(const AttributeValue& value) {
-    about_file(output_name("-"), [&] {
-      Output out("-");
-      const bool plain = value.size() == 1 && value.type() != ValueTypeId::typeAttributeMap;
-      if (plain) {
-        write_plain(out, value);
-      } else {
-        write_json(out, value);
-      }
-      out.commit();
-    });
   }
 };
 

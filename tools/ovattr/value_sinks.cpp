@@ -33,8 +33,9 @@ class JsonSink final : public ValueSink {
     ovattribute::write_attribute_value(m_writer, value,
                                        {.exact_integers = true, .order_names_by_text = true});
     m_writer.next_document();
+    m_writer.flush();
+    output().keep();
   }
-  void pass_on() override { m_writer.flush(); }
   void end() override {
     if (!m_any && !m_several) fail(name(), "There is no value to write");
     m_writer.close();
@@ -56,8 +57,9 @@ class BinarySink final : public ValueSink {
  private:
   void put(const AttributeValue& value) override {
     ovattribute::write_attribute_value(m_writer, m_encoder, value);
+    m_writer.flush();
+    output().keep();
   }
-  void pass_on() override { m_writer.flush(); }
   void end() override { m_writer.flush(); }
 
   ovserialize::StreamWriter m_writer;
@@ -78,8 +80,9 @@ class TextSink final : public ValueSink {
  private:
   void put(const AttributeValue& value) override {
     ovattribute::write_attribute_value(m_writer, m_encoder, value);
+    m_text.flush();
+    output().keep("\n");
   }
-  void pass_on() override { m_text.flush(); }
   void end() override {
     m_writer.close();
     if (m_one_line) m_text.put('\n');
@@ -96,7 +99,12 @@ class TextSink final : public ValueSink {
 class TraceSink final : public ValueSink {
  public:
   explicit TraceSink(const Writing& writing)
-      : ValueSink(writing), m_formatter(formatter(writing.shorten)), m_buffer(output().stream()) {}
+      : ValueSink(writing),
+        m_formatter(formatter(writing.shorten)),
+        m_buffer(output()),
+        m_text(&m_buffer) {
+    m_text.exceptions(std::ios::badbit);  // let the output's own error through
+  }
 
  private:
   static ovattribute::TraceFormatter formatter(bool shorten) {
@@ -111,29 +119,23 @@ class TraceSink final : public ValueSink {
   }
 
   void put(const AttributeValue& value) override {
-    std::ostream text(&m_buffer);
-    text.exceptions(std::ios::badbit);  // let the target's own error through
-    value.write_trace(text, m_formatter, 0);
-    text.put('\n');
+    value.write_trace(m_text, m_formatter, 0);
+    m_text << '\n' << std::flush;
   }
-  void pass_on() override { m_buffer.pubsync(); }
-  void end() override { m_buffer.pubsync(); }
+  void end() override {}
 
   const ovattribute::TraceFormatter m_formatter;
   OutputBuffer m_buffer;
+  std::ostream m_text;
 };
 
 }  // namespace
 
 ValueSink::ValueSink(const Writing& writing)
-    : m_name(output_name(writing.file)), m_output(writing.file, writing.new_file_mode) {}
+    : m_name(output_name(writing.file)), m_output(writing.file, writing.mode) {}
 
 void ValueSink::write(const AttributeValue& value) {
   about_file(m_name, [&] { put(value); });
-}
-
-void ValueSink::flush() {
-  about_file(m_name, [&] { pass_on(); });
 }
 
 void ValueSink::finish() {
@@ -160,11 +162,10 @@ std::unique_ptr<ValueSink> open_sink(const Writing& writing, const PackageSetPtr
 }
 
 void copy_values(ValueSource& source, ValueSink& sink) {
+  source.feed(sink.output());
   AttributeValue value;
-  while (source.next(value)) {
+  while (source.next(value))
     sink.write(value);
-    if (source.is_idle()) sink.flush();
-  }
 }
 
 }  // namespace ovattr

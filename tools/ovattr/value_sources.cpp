@@ -67,7 +67,9 @@ template <class ItemReader>
 class ItemSource final : public ValueSource {
  public:
   ItemSource(const Reading& reading, const PackageSetPtr& packages)
-      : ValueSource(reading), m_reader(*input()), m_decoder(packages, reading.strict) {}
+      : ValueSource(reading),
+        m_reader(*input(), {}, buffer_size),
+        m_decoder(packages, reading.strict) {}
 
  private:
   bool read_next(AttributeValue& value) override {
@@ -79,6 +81,8 @@ class ItemSource final : public ValueSource {
     return true;
   }
 
+  static constexpr std::size_t buffer_size = 65536;
+
   ItemReader m_reader;
   ovattribute::AttributeNameDecoder m_decoder;
 };
@@ -89,7 +93,14 @@ ValueSource::ValueSource(const Reading& reading)
     : m_name(input_name(reading.file)), m_input(ovcore::make_ref_counted<Input>(reading.file)) {}
 
 bool ValueSource::next(AttributeValue& value) {
-  return about_file(m_name, [&] { return read_next(value); });
+  return about_file(m_name, [&] {
+    try {
+      return read_next(value);
+    } catch (...) {
+      m_input->raise_output_failure();
+      throw;
+    }
+  });
 }
 
 std::unique_ptr<ValueSource> open_source(const Reading& reading, const PackageSetPtr& packages) {

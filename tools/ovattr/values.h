@@ -27,8 +27,8 @@ class ValueSource {
 
   /// Reads the next value; false at the end.
   bool next(ovattribute::AttributeValue& value);
-  /// Whether the next value has to be waited for, as far as can be seen.
-  [[nodiscard]] bool is_idle() const { return m_input->is_idle(); }
+  /// See `Input::feed`.
+  void feed(Output& output) { m_input->feed(output); }
 
  protected:
   explicit ValueSource(const Reading& reading);
@@ -53,20 +53,18 @@ class ValueSink {
   virtual ~ValueSink() = default;
 
   void write(const ovattribute::AttributeValue& value);
-  /// Passes on what was written so far.
-  void flush();
-  /// Ends the stream. Without it a file is left as it was.
+  /// Ends the stream. Without it a file is left as it was; all else gets the values before.
   void finish();
+  [[nodiscard]] Output& output() noexcept { return m_output; }
 
  protected:
   explicit ValueSink(const Writing& writing);
   [[nodiscard]] const std::string& name() const noexcept { return m_name; }
-  [[nodiscard]] Output& output() noexcept { return m_output; }
 
  private:
+  /// Hands a whole value to the output, which is told to keep it.
   virtual void put(const ovattribute::AttributeValue& value) = 0;
-  virtual void pass_on() = 0;
-  /// Writes what belongs behind the last value and passes it on.
+  /// Writes what belongs behind the last value.
   virtual void end() = 0;
 
   const std::string m_name;
@@ -77,7 +75,7 @@ class ValueSink {
 [[nodiscard]] std::unique_ptr<ValueSink> open_sink(const Writing& writing,
                                                    const PackageSetPtr& packages);
 
-/// Copies all that is left, and passes it on whenever the source has to be waited for.
+/// Copies all that is left, and passes it on before the source has to be waited for.
 void copy_values(ValueSource& source, ValueSink& sink);
 
 }  // namespace ovattr
