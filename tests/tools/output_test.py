@@ -99,6 +99,9 @@ class Output(InFolder):
                     target.flush()
                     self.assertEqual((code, self.read("target")), (0, b"before [1,2]\nafter"))
         self.assertIn("Bad file descriptor", self.refuse("convert", "in.json", "-o", "/dev/fd/999"))
+        done = subprocess.run([TOOL, "convert", self.path("in.json"), "-o", "1"], cwd="/dev/fd",
+                              capture_output=True)
+        self.assertEqual(done.stdout, b"[1,2]\n")
 
     def test_a_file_is_not_appended_to_itself(self):
         for arguments in [("convert", "in.jsonl"), ("show", "in.jsonl"), ("query", "in.jsonl", ""),

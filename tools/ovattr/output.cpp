@@ -46,7 +46,7 @@ struct Destination {
 Destination destination_of(std::string file) {
   for (int links = 0; links < 40; ++links) {
     const std::string folder = folder_of(file);
-    const std::string real = folder.empty() ? "" : real_path(folder);
+    const std::string real = real_path(folder.empty() ? "." : folder);
     if (real.starts_with("/proc/") && real.ends_with("/fd")) {
       const std::optional<int> number = parse_descriptor(file.substr(folder.size()));
       const bool own =
