@@ -9,6 +9,7 @@
 #include "ovattribute/secured_value_cipher.h"
 #include "ovcore/error_composer.h"
 #include "ovcore/exception.h"
+#include "ovcrypto/wiped.h"
 #include "ovserialize/memory_reader.h"
 #include "ovserialize/memory_writer.h"
 
@@ -42,12 +43,34 @@ ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
                    {"ovattribute/secured_value", function, 0});
 }
 
+/// Overwrites what the calls of an operation have left on the stack below it: values that were
+/// read have passed there.
+class WipeStackAtEnd {
+ public:
+  WipeStackAtEnd() noexcept = default;
+  WipeStackAtEnd(const WipeStackAtEnd&) = delete;
+  WipeStackAtEnd& operator=(const WipeStackAtEnd&) = delete;
+  ~WipeStackAtEnd() { wipe(); }
+
+ private:
+  [[gnu::noinline]] static void wipe() noexcept {
+    unsigned char below[16384];  // deep enough for maps nested some dozens deep
+    ovcrypto::wipe(below, sizeof below);
+  }
+};
+
+template <class F>
+[[gnu::noinline]] auto call_below(F& f) -> decltype(f()) {
+  return f();
+}
+
 // What `open` gives; with an error pointer, its error goes there and the result is empty.
 template <class F>
 auto open_or_store(SecuredValue::ErrorInfoPtr* error, F&& open) -> decltype(open()) {
-  if (error == nullptr) return open();
+  const WipeStackAtEnd wiped;
+  if (error == nullptr) return call_below(open);
   try {
-    auto result = open();
+    auto result = call_below(open);
     error->reset();
     return result;
   } catch (const ovcore::Exception& e) {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ovattribute/impl/module_anchor.h"
+#include "ovcore/impl/wiped_text.h"
 #include "ovserialize/memory_writer.h"
 #include "ovserialize/reader.h"
 #include "ovserialize/savepoint.h"
@@ -54,12 +55,12 @@ void write_serialized_value(ovserialize::Writer& writer, const SerializedValue& 
 }
 
 void read_serialized_value(ovserialize::Reader& reader, SerializedValue& value) {
-  std::string type;
+  ovcore::impl::WipedText type;
   reader.begin_structure();
   reader.begin_structure();
-  reader >> type;
+  reader >> *type;
   reader.end_structure();
-  SerializedValue result(type, reader.read_memory_list_as_binary());
+  SerializedValue result(*type, reader.read_memory_list_as_binary());
   reader.end_structure();
   value.swap(result);
 }

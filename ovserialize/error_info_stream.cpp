@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ovcore/error_composer.h"
+#include "ovcore/impl/wiped_text.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/item_kind.h"
 #include "ovserialize/savepoint.h"
@@ -90,13 +91,13 @@ std::vector<ErrorInfo::Parameter> read_parameters(Reader& reader) {
 }
 
 ErrorPtr read_link(Reader& reader, ErrorPtr cause) {
-  std::string code;
-  reader >> code;
+  ovcore::impl::WipedText code;
+  reader >> *code;
   std::string message_template = read_template(reader);
   std::vector<ErrorInfo::Parameter> parameters = read_parameters(reader);
   ovcore::SourceLocation place;
   reader >> place.file >> place.function >> place.line;
-  return ErrorInfo::create(ovcore::ErrorCode(ovcore::SourceString(code)),
+  return ErrorInfo::create(ovcore::ErrorCode(ovcore::SourceString(*code)),
                            std::move(message_template), std::move(parameters), std::move(place),
                            std::move(cause));
 }

@@ -2,10 +2,10 @@
 #include "ovserialize/simple_date_time_stream.h"
 
 #include <cstdint>
-#include <string>
 
 #include "ovcore/error_composer.h"
 #include "ovcore/exception.h"
+#include "ovcore/impl/wiped_text.h"
 #include "ovserialize/error_codes.h"
 
 namespace ovserialize {
@@ -16,10 +16,10 @@ void write_simple_date_time(Writer& writer, const ovcore::SimpleDateTime& time) 
 
 ovcore::SimpleDateTime read_simple_date_time(Reader& reader) {
   const std::uint64_t offset = reader.offset();
-  std::string text;
-  reader >> text;
+  ovcore::impl::WipedText text;
+  reader >> *text;
   try {
-    return ovcore::SimpleDateTime::parse(text);
+    return ovcore::SimpleDateTime::parse(*text);
   } catch (const ovcore::Exception& e) {
     ovcore::ErrorComposer("Malformed date at offset {@offset}")
         .add("offset", offset)

@@ -2,10 +2,10 @@
 #include "ovuri/uri_stream.h"
 
 #include <cstdint>
-#include <string>
 
 #include "ovcore/error_composer.h"
 #include "ovcore/exception.h"
+#include "ovcore/impl/wiped_text.h"
 #include "ovserialize/error_codes.h"
 
 namespace ovuri {
@@ -16,10 +16,10 @@ void write_uri(ovserialize::Writer& writer, const UriReference& uri) {
 
 UriReference read_uri(ovserialize::Reader& reader) {
   const std::uint64_t offset = reader.offset();
-  std::string text;
-  reader >> text;
+  ovcore::impl::WipedText text;
+  reader >> *text;
   try {
-    return UriReference(text);
+    return UriReference(*text);
   } catch (const ovcore::Exception& e) {
     ovcore::ErrorComposer("Malformed URI reference at offset {@offset}")
         .add("offset", offset)

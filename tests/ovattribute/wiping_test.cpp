@@ -15,12 +15,20 @@
 #include <string>
 #include <unordered_map>
 
+#include "ovattribute/attribute_map.h"
 #include "ovattribute/attribute_value.h"
+#include "ovattribute/attribute_value_marshaler.h"
 #include "ovattribute/binary_value.h"
 #include "ovattribute/error_codes.h"
 #include "ovattribute/secured_value.h"
+#include "ovattribute/serialized_value.h"
+#include "ovcore/error_composer.h"
+#include "ovcore/simple_date_time.h"
+#include "ovcore/time.h"
+#include "ovcore/uuid.h"
 #include "ovcrypto/aes.h"
 #include "ovcrypto/error_codes.h"
+#include "ovuri/uri_reference.h"
 #include "tests/ovattribute/sealing.h"
 #include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
@@ -300,6 +308,83 @@ TEST(Wiping, SealedKeysLeaveNothing) {
     EXPECT_EQ(traces_of(s.needles, [&] { same = value.authenticate(s.key); }), "");
     EXPECT_EQ(traces_of(s.needles, [&] { value.clear(); }), "");
   });
+}
+
+/// A value of each type, and a list of two, of which every text, number and name is secret.
+std::vector<AttributeValue> secret_values(std::size_t size) {
+  std::uint32_t seed = 100;
+  const auto text = [&](std::size_t n) {
+    std::string letters = secret_bytes(n, ++seed);
+    for (char& c : letters)
+      c = static_cast<char>('a' + (c & 15));
+    return letters;
+  };
+  const auto number = [&] {
+    const std::string bytes = secret_bytes(8, ++seed);
+    return static_cast<std::int64_t>(run_at(bytes.data()) >> 9);  // within the range of all types
+  };
+  const auto uuid = [&] {
+    const std::string bytes = secret_bytes(16, ++seed);
+    ovcore::Uuid::BinaryData data;
+    std::copy(bytes.begin(), bytes.end(), data.begin());
+    return ovcore::Uuid(data);
+  };
+  const auto bytes = [&] {
+    const std::string secret = secret_bytes(size, ++seed);
+    return BinaryValue(reinterpret_cast<const unsigned char*>(secret.data()), secret.size());
+  };
+  const auto map = [&] {
+    return AttributeMap{{text(size).c_str(), text(size)}, {text(size).c_str(), bytes()}};
+  };
+  const auto error = [&] {
+    return ovcore::ErrorComposer(text(size))
+        .add(text(size), text(size))
+        .compose(ovcore::ErrorCode(ovcore::SourceString(text(size))), {text(size), text(size), 1});
+  };
+  const auto serialized = [&] { return SerializedValue(text(size), list_of(text(size))); };
+  const auto secured = [&] {
+    return SecuredValue(text(size), text(size), {text(size), uuid()}, ovcrypto::Key(16),
+                        *cipher_of("EAX_AES128"));
+  };
+  const auto uri = [&] { return ovuri::UriReference(text(size)); };
+  const auto absolute = [&] { return ovcore::AbsoluteTime::from_microseconds(number()); };
+  const auto relative = [&] { return ovcore::RelativeTime::from_microseconds(number()); };
+  const auto date = [&] { return ovcore::SimpleDateTime(1987, 11, 23, 17, 48, 39, 123'456); };
+  std::vector<AttributeValue> values{
+      AttributeValue(), AttributeValue(true),
+      AttributeValue{true, false, true, true, false, false, true, false, true}};
+  const auto add = [&](const auto& make) {
+    values.emplace_back(make());
+    values.push_back({make(), make()});
+  };
+  add(number), add([&] { return static_cast<double>(number()) / 3; });
+  add([&] { return text(size); });
+  add(uuid), add(uri), add(absolute), add(relative), add(date), add(bytes);
+  add(serialized), add(map), add(secured), add(error);
+  return values;
+}
+
+TEST(Wiping, SealedValuesOfEachTypeLeaveNothing) {
+  const auto cipher = cipher_of("EAX_AES256");
+  const ovcrypto::Key key = key_of(secret_bytes(32, 1));
+  for (const std::size_t size : {12, 40, 300}) {
+    for (const AttributeValue& value : secret_values(size)) {
+      Needles needles = needles_of(key, bytes_of([&](ovserialize::Writer& writer) {
+                                     write_attribute_value(writer, value);
+                                   }));
+      SCOPED_TRACE(value.type().name() + ", " + std::to_string(value.size()) + " of " +
+                   std::to_string(size));
+      SecuredValue sealed;
+      EXPECT_EQ(traces_of(needles, [&] { sealed.set(value, "", {}, key, *cipher); }), "");
+      AttributeValue opened;
+      EXPECT_EQ(traces_of(needles, [&] { opened = sealed.extract(key); }), "");
+      EXPECT_EQ(opened, value);
+      SecuredValue::ErrorInfoPtr error;
+      const auto refuse = [&] { static_cast<void>(sealed.extract(ovcrypto::Key(32), &error)); };
+      EXPECT_EQ(traces_of(needles, refuse), "");
+      EXPECT_TRUE(error);
+    }
+  }
 }
 
 TEST(Wiping, ErrorsLeaveNothing) {
