@@ -14,6 +14,11 @@
 #include "ovcore/exception.h"
 
 // The ciphertext is nonce (12 bytes), body, tag (16 bytes).
+//
+// LIMIT: seal at most 2^32 values under one key. Nonces are random and have but 96 bits: of 2^32
+// two are the same with a chance of 2^-33. Who sees two values under one nonce learns the
+// difference of their plaintexts, and can forge others. (The library's own ciphers have nonces of
+// 128 bits.)
 class ChaCha20Poly1305 final : public ovattribute::SecuredValue::ICipher {
   using MemoryListPtr = ovattribute::SecuredValue::MemoryListPtr;
 
@@ -29,7 +34,9 @@ class ChaCha20Poly1305 final : public ovattribute::SecuredValue::ICipher {
     random.generate_random(nonce, nonce_size);
     const auto result = ovserialize::MemoryList::create();
     result->append(nonce, nonce_size);
-    run(true, key, header, nonce, *plaintext, 0, plaintext->size(), *result, tag);
+    // A null list is an empty one.
+    run(true, key, header, nonce, plaintext.get(), 0, plaintext ? plaintext->size() : 0, *result,
+        tag);
     result->append(tag, tag_size);
     return result;
   }
@@ -67,15 +74,29 @@ class ChaCha20Poly1305 final : public ovattribute::SecuredValue::ICipher {
     ciphertext->copy_to(nonce, 0, nonce_size);
     ciphertext->copy_to(tag, nonce_size + size, tag_size);
     auto result = ovserialize::MemoryList::create({.wiping = true});
-    if (!run(false, key, header, nonce, *ciphertext, nonce_size, size, *result, tag))
+    if (!run(false, key, header, nonce, ciphertext.get(), nonce_size, size, *result, tag))
       return nullptr;
     return result;
+  }
+
+  /// In pieces of a size that fits libcrypto's int. Without `out` it is the header.
+  static void update(EVP_CIPHER_CTX* c, unsigned char* out, const unsigned char* in,
+                     std::size_t size) {
+    constexpr std::size_t largest = std::size_t{1} << 30;
+    while (size > 0) {
+      const std::size_t piece = std::min(size, largest);
+      int done = 0;
+      check(EVP_CipherUpdate(c, out, &done, in, static_cast<int>(piece)));
+      if (out != nullptr) out += piece;
+      in += piece;
+      size -= piece;
+    }
   }
 
   /// Adds the result for `size` bytes of `input` from `offset`. Makes the tag, or compares it:
   /// false when it is another.
   static bool run(bool encrypts, const ovcrypto::Key& key, const std::string& header,
-                  const unsigned char* nonce, const ovserialize::MemoryList& input,
+                  const unsigned char* nonce, const ovserialize::MemoryList* input,
                   std::size_t offset, std::size_t size, ovserialize::MemoryList& result,
                   unsigned char* tag) {
     if (key.size() != 32)
@@ -84,20 +105,21 @@ class ChaCha20Poly1305 final : public ovattribute::SecuredValue::ICipher {
         EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
     EVP_CIPHER_CTX* const c = owner.get();
     check(c && EVP_CipherInit_ex(c, EVP_chacha20_poly1305(), nullptr, key.data(), nonce, encrypts));
-    int done = 0;
-    check(EVP_CipherUpdate(c, nullptr, &done, reinterpret_cast<const unsigned char*>(header.data()),
-                           static_cast<int>(header.size())));
-    input.for_each_span(offset, size, [&](std::span<const unsigned char> bytes) {
-      while (!bytes.empty()) {
-        const auto room = result.prepare(bytes.size());
-        const std::size_t piece = std::min(room.size(), bytes.size());
-        check(EVP_CipherUpdate(c, room.data(), &done, bytes.data(), static_cast<int>(piece)));
-        result.commit(piece);
-        bytes = bytes.subspan(piece);
-      }
-    });
+    update(c, nullptr, reinterpret_cast<const unsigned char*>(header.data()), header.size());
+    if (size > 0) {
+      input->for_each_span(offset, size, [&](std::span<const unsigned char> bytes) {
+        while (!bytes.empty()) {
+          const auto room = result.prepare(bytes.size());
+          const std::size_t piece = std::min(room.size(), bytes.size());
+          update(c, room.data(), bytes.data(), piece);
+          result.commit(piece);
+          bytes = bytes.subspan(piece);
+        }
+      });
+    }
     if (!encrypts) check(EVP_CIPHER_CTX_ctrl(c, EVP_CTRL_AEAD_SET_TAG, tag_size, tag));
-    const bool good = EVP_CipherFinal_ex(c, tag, &done);
+    int none = 0;
+    const bool good = EVP_CipherFinal_ex(c, tag, &none);
     if (encrypts) check(good && EVP_CIPHER_CTX_ctrl(c, EVP_CTRL_AEAD_GET_TAG, tag_size, tag));
     return good;
   }

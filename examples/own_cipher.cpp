@@ -35,6 +35,9 @@ int main() {
   std::cout << sealed.extract(key, provider) << "\n";
   std::cout << (sealed.authenticate(ovcrypto::Key(32), provider) ? "right" : "wrong") << " key\n";
   // [use]
+  const auto nothing =
+      provider.cipher().encrypt(nullptr, "", key, ovcrypto::default_random_provider());
+  std::cout << "nothing sealed has " << nothing->size() << " bytes\n";
   try {
     std::cout << sealed.extract(key);
   } catch (const ovcore::Exception& e) {

@@ -113,7 +113,8 @@ class OV_EXPORT SecuredValue {
 
   /// Opens what was sealed. Raise `ovattribute_value_secured_cipher_unknown` when the provider has
   /// no such cipher, what the cipher raises for a wrong key or changed bytes, and what the reader
-  /// raises for a plaintext that is no value. With an error pointer nothing of this is raised: the
+  /// raises for a plaintext that is no value; `ovserialize_reader_malformed` also where anything
+  /// follows the value. With an error pointer nothing of this is raised: the
   /// error is stored there and the result is Null; the pointer becomes null on success.
   ///
   /// WARNING: without a provider these, and those below, take `default_cipher_provider`, under

@@ -10,6 +10,7 @@
 #include "ovcore/error_composer.h"
 #include "ovcore/exception.h"
 #include "ovcrypto/wiped.h"
+#include "ovserialize/error_codes.h"
 #include "ovserialize/memory_reader.h"
 #include "ovserialize/memory_writer.h"
 
@@ -41,6 +42,15 @@ ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
       .add("cipherId", cipher_id)
       .throw_error(error::ovattribute_value_secured_cipher_unknown,
                    {"ovattribute/secured_value", function, 0});
+}
+
+/// Whoever sealed it meant all of it.
+void check_end(ovserialize::Reader& reader) {
+  if (reader.at_end()) return;
+  ovcore::ErrorComposer("What was sealed goes on behind its value, at offset {@offset}")
+      .add("offset", reader.offset())
+      .throw_error(ovserialize::error::ovserialize_reader_malformed,
+                   {"ovattribute/secured_value", "ovattribute::SecuredValue::extract()", 0});
 }
 
 /// Overwrites what the calls of an operation have left on the stack below it: values that were
@@ -119,7 +129,9 @@ AttributeValue SecuredValue::extract(const Key& key, const ICipherProvider& prov
                                      ErrorInfoPtr* error) const {
   return open_or_store(error, [&] {
     ovserialize::MemoryReader reader(decrypt(key, provider));
-    return read_attribute_value(reader);
+    AttributeValue value = read_attribute_value(reader);
+    check_end(reader);
+    return value;
   });
 }
 
@@ -127,7 +139,9 @@ Key SecuredValue::extract_binary_as_key(const Key& key, const ICipherProvider& p
                                         ErrorInfoPtr* error) const {
   return open_or_store(error, [&] {
     ovserialize::MemoryReader reader(decrypt(key, provider));
-    return impl::read_key_as_binary(reader);
+    Key inside = impl::read_key_as_binary(reader);
+    check_end(reader);
+    return inside;
   });
 }
 

@@ -6,8 +6,9 @@
 #include <cstring>
 
 #include "ovcore/error_composer.h"
+#include "ovcore/exception.h"
 #include "ovcrypto/error_codes.h"
-#include "ovcrypto/random_provider.h"
+#include "ovcrypto/impl/libcrypto.h"
 #include "ovcrypto/wiped.h"
 
 namespace ovcrypto {
@@ -33,7 +34,10 @@ Key::Key(const void* data, std::size_t size) : Key(size) {
 
 Key Key::random(std::size_t size) {
   Key key(size);
-  default_random_provider().generate_random(key.m_data, static_cast<std::int64_t>(size));
+  if (!impl::fill_random(key.m_data, size, impl::Generator::secret)) {
+    ovcore::throw_error(error::ovcrypto_randomProvider_failed, "No random bytes for a key",
+                        {"ovcrypto/key", "ovcrypto::Key::random()", 0});
+  }
   return key;
 }
 

@@ -38,7 +38,8 @@ class OV_EXPORT Key {
   }
   ~Key();
 
-  /// A new key of `size` bytes of `default_random_provider`. Raises what that raises.
+  /// A new key of `size` bytes of libcrypto's generator for secrets, which gives out nothing else.
+  /// Raises also `ovcrypto_randomProvider_failed`.
   [[nodiscard]] static Key random(std::size_t size);
   [[nodiscard]] Key clone() const { return Key(m_data, m_size); }
 

@@ -53,10 +53,11 @@ bool fetch_ciphers() noexcept {
   return true;
 }
 
-bool draw(void* buffer, std::size_t size) noexcept {
+bool draw(void* buffer, std::size_t size, Generator generator) noexcept {
   // What libcrypto adds to the thread's error queue is not for the caller.
   ERR_set_mark();
-  const int result = RAND_bytes(static_cast<unsigned char*>(buffer), static_cast<int>(size));
+  const auto from = generator == Generator::secret ? RAND_priv_bytes : RAND_bytes;
+  const int result = from(static_cast<unsigned char*>(buffer), static_cast<int>(size));
   ERR_pop_to_mark();
   return result == 1;
 }
@@ -68,7 +69,7 @@ bool initialise() {
   // Where this fails once, it fails for ever, and whatever else is called crashes.
   if (OSSL_LIB_CTX_get0_global_default() == nullptr) return false;
   unsigned char first[16];
-  if (!draw(first, sizeof first) || !fetch_ciphers()) return false;
+  if (!draw(first, sizeof first, Generator::open) || !fetch_ciphers()) return false;
   g_initialised.store(true, std::memory_order_release);
   return true;
 }
@@ -93,12 +94,12 @@ const void* aes_cipher(std::size_t mode, std::size_t key_size) noexcept {
   return g_ciphers[mode][key_size / 8 - 2];
 }
 
-bool fill_random(void* buffer, std::size_t size) {
+bool fill_random(void* buffer, std::size_t size, Generator generator) {
   const std::uint64_t stamp = time_stamp();
   const std::lock_guard guard(g_mutex);
   if (!initialise()) return false;
   RAND_add(&stamp, sizeof stamp, 0.0);
-  return buffer == nullptr || draw(buffer, size);
+  return buffer == nullptr || draw(buffer, size, generator);
 }
 
 }  // namespace ovcrypto::impl

@@ -260,6 +260,27 @@ TEST(Sealing, OnlyOneBinaryElementIsAKey) {
   }
 }
 
+TEST(Sealing, NothingMayFollowTheValueInside) {
+  const ovcrypto::Key key = key_of(numbered(16));
+  const auto cipher = SecuredValue::default_cipher();
+  Items items(SecuredValue(AttributeValue(), "", key_id, key, *cipher));
+  for (const char* const plaintext : {"f6f6", "f600", "4161f6", "f6ff"}) {
+    FixedRandom random("a nonce of sixteen");
+    items.data = text_of(*cipher->encrypt(list_of(from_hex(plaintext)), "", key, random));
+    const SecuredValue sealed = items.value();
+    EXPECT_TRUE(sealed.authenticate(key));
+    const bool binary = *plaintext == '4';
+    const std::string message =
+        "What was sealed goes on behind its value, at offset " + std::string(binary ? "2" : "1");
+    const ovcore::ErrorCode& code = ovserialize::error::ovserialize_reader_malformed;
+    EXPECT_ERROR(sealed.extract(key), code, message, extract_location);
+    if (binary) EXPECT_ERROR(sealed.extract_binary_as_key(key), code, message, extract_location);
+    SecuredValue::ErrorInfoPtr stored;
+    EXPECT_EQ(sealed.extract(key, &stored), AttributeValue());
+    ovtest::expect_error(stored, code, message);
+  }
+}
+
 TEST(Sealing, SetLeavesTheOldContentWhenItFails) {
   const ovcrypto::Key key = key_of(numbered(16));
   const auto cipher = SecuredValue::default_cipher();

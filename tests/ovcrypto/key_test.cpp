@@ -2,6 +2,7 @@
 #include "ovcrypto/key.h"
 
 #include <gtest/gtest.h>
+#include <openssl/rand.h>
 
 #include <algorithm>
 #include <string>
@@ -12,6 +13,17 @@
 #include "tests/support/allocations.h"
 #include "tests/support/error_matcher.h"
 #include "tests/support/splits.h"
+
+namespace {
+int private_draws = 0;
+}
+
+// In the place of libcrypto's, which is another generator than that of `RAND_bytes`.
+extern "C" __attribute__((visibility("default"))) int RAND_priv_bytes(unsigned char* buffer,
+                                                                      int size) {
+  ++private_draws;
+  return RAND_bytes(buffer, size);
+}
 
 namespace ovcrypto {
 namespace {
@@ -51,6 +63,7 @@ TEST(Key, IsRandomOnRequest) {
   EXPECT_EQ(key.size(), 32u);
   EXPECT_NE(key, Key::random(32));
   EXPECT_NE(key, Key(32));
+  EXPECT_EQ(private_draws, 2);
   EXPECT_TRUE(Key::random(0).empty());
   EXPECT_ERROR(Key::random(Key::max_size + 1), error::ovcrypto_key_size,
                "Key cannot be larger than 16777216 bytes");
