@@ -2,7 +2,6 @@
 // Short texts of bounded length, held in place, for types that print without allocating.
 #pragma once
 
-#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,7 +9,7 @@
 
 namespace ovcore {
 
-/// Up to `Capacity` bytes of text. Whoever fills it knows that the text fits.
+/// Up to `Capacity` bytes of text.
 template <std::size_t Capacity>
 class FixedText {
  public:
@@ -19,9 +18,8 @@ class FixedText {
   [[nodiscard]] std::string_view view() const noexcept { return {m_text, m_size}; }
   [[nodiscard]] std::string str() const { return std::string(view()); }
 
-  /// Adds `size` bytes, which the caller fills in.
+  /// Adds `size` bytes, which the caller fills in. REQUIRES: they fit, as for `append`.
   [[nodiscard]] char* extend(std::size_t size) noexcept {
-    assert(size <= Capacity - m_size);
     char* const added = m_text + m_size;
     m_size = static_cast<std::uint8_t>(m_size + size);
     return added;

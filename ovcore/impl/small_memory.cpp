@@ -8,6 +8,18 @@
 
 #include "ovcore/impl/at_load.h"
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define OV_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+#define OV_SANITIZED 1
+#endif
+#endif
+#ifndef OV_SANITIZED
+#define OV_SANITIZED 0
+#endif
+
 namespace ovcore::impl {
 namespace {
 
@@ -37,11 +49,20 @@ class AtThreadsEnd {
 
 constinit thread_local SmallMemory::Kept SmallMemory::t_kept{};
 
+bool SmallMemory::keeps() noexcept {
+  return !OV_SANITIZED;
+}
+
+// A block that may be kept serves everybody who asks for one of its class.
+void* SmallMemory::take_from_heap(std::size_t size) {
+  return ::operator new(keeps() ? size_of(class_of(size)) : size);
+}
+
 void SmallMemory::give_to_full(void* memory, std::size_t n) noexcept {
   static_assert(class_of(largest) == classes - 1 && size_of(classes - 1) == largest);
   static_assert(class_of(largest_fine) == fine_classes - 1 && most_kept(1) < 1 << 16);
   Kept& kept = t_kept;
-  if (kept.state != State::unused || kept.pauses > 0) return ::operator delete(memory);
+  if (!keeps() || kept.state != State::unused || kept.pauses > 0) return ::operator delete(memory);
   static const AtThreadsEnd at_end([](void*) { end(); });
   if (!at_end.set(&kept)) return ::operator delete(memory);
   kept.state = State::in_use;

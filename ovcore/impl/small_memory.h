@@ -8,28 +8,20 @@
 
 #include "ovcore/export.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define OV_SMALL_MEMORY_KEEPS 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-#define OV_SMALL_MEMORY_KEEPS 0
-#endif
-#endif
-#ifndef OV_SMALL_MEMORY_KEEPS
-#define OV_SMALL_MEMORY_KEEPS 1
-#endif
-
 namespace ovcore::impl {
 
 /// Blocks that a thread gave back and has at hand for the next who asks, in front of the global
 /// `operator new`. There is no pool behind: each block is one of the heap, and goes back to it when
 /// the thread keeps enough of its class already, or ends; the main thread's end is the process's.
-/// So a block may be given back on another thread than it was taken on, and no lock is taken. Under
-/// a sanitizer nothing is kept, so that it sees every use of what was given back.
+/// So a block may be given back on another thread than it was taken on, and no lock is taken.
+///
+/// A library compiled with a sanitizer keeps nothing and allocates exactly what was asked for, so
+/// that the sanitizer sees every misuse. Only the library decides: what is inlined here is the same
+/// in every program, however that was compiled.
 class OV_EXPORT SmallMemory {
  public:
-  static constexpr bool keeps = OV_SMALL_MEMORY_KEEPS;
+  /// False when the library was compiled with a sanitizer.
+  [[nodiscard]] static bool keeps() noexcept;
   static constexpr std::size_t largest = 1000;  // bytes; what is larger is the heap's alone
   /// Blocks that a thread keeps of the class of a size: 64 KiB of those up to 120 bytes, 32 KiB of
   /// others, 1.4 MiB at most in all.
@@ -41,18 +33,18 @@ class OV_EXPORT SmallMemory {
   /// Memory as from the global `operator new`, which it calls when it has none: raises
   /// `std::bad_alloc`.
   [[nodiscard]] static void* take(std::size_t size) {
-    if (!keeps || size > largest) return ::operator new(size);
+    if (size > largest) return ::operator new(size);
     const std::size_t n = class_of(size);
     Kept& kept = t_kept;
     Block* const block = kept.first[n];
-    if (block == nullptr) return ::operator new(size_of(n));
+    if (block == nullptr) return take_from_heap(size);
     kept.first[n] = block->next;
     ++kept.room[n];
     return block;
   }
   /// `size`: the one that was asked for.
   static void give(void* memory, std::size_t size) noexcept {
-    if (!keeps || size > largest) return ::operator delete(memory);
+    if (size > largest) return ::operator delete(memory);
     const std::size_t n = class_of(size);
     Kept& kept = t_kept;
     if (kept.room[n] == 0) return give_to_full(memory, n);
@@ -93,11 +85,12 @@ class OV_EXPORT SmallMemory {
   enum class State : std::uint8_t { unused, in_use, ended };
   struct Kept {
     Block* first[classes];
-    std::uint16_t room[classes];  // for so many more blocks; 0 before the thread's first
+    std::uint16_t room[classes];  // for so many more blocks; 0 while nothing is kept
     std::uint16_t pauses;
     State state;
   };
 
+  [[nodiscard]] static void* take_from_heap(std::size_t size);
   static void give_to_full(void* memory, std::size_t n) noexcept;
   static void make_room(Kept& kept) noexcept;
   static void end() noexcept;

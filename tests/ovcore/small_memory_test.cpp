@@ -49,7 +49,7 @@ TEST(SmallMemory, ABlockIsAsLargeAsItsNextUserAsks) {
 }
 
 TEST(SmallMemory, KeepsWhatAnotherThreadTookUpToTheBound) {
-  if (!SmallMemory::keeps) GTEST_SKIP() << "a sanitizer is to see every free";
+  if (!SmallMemory::keeps()) GTEST_SKIP() << "a sanitizer is to see every free";
   for (const std::size_t size : {40u, 120u, 121u, 300u, 1000u}) {
     const std::size_t most = SmallMemory::most_kept(size);
     Blocks blocks;
@@ -104,7 +104,7 @@ TEST(SmallMemory, NothingIsKeptBeyondTheThreadsEnd) {
       look.live_before = ovtest::heap_counts().live;
       if (look.frees_at_end) return;
       LookAtEnd::fill();
-      EXPECT_EQ(ovtest::heap_counts().live > look.live_before, SmallMemory::keeps);
+      EXPECT_EQ(ovtest::heap_counts().live > look.live_before, SmallMemory::keeps());
     }).join();
     EXPECT_LE(look.live_at_end, 0) << "the thread also frees what it was started with";
     EXPECT_EQ(look.frees_after_end, 1u);

@@ -123,7 +123,7 @@ std::size_t resident_bytes() {
 
 // Each round needs fewer names, and drops the newest first, so that other chunks become empty.
 TEST(KeyTable, NamesThatAreGoneTakeNoMemory) {
-  if (!impl::SmallMemory::keeps) GTEST_SKIP() << "a sanitizer takes memory of its own";
+  if (!impl::SmallMemory::keeps()) GTEST_SKIP() << "a sanitizer takes memory of its own";
   constexpr std::size_t most = 1 << 16;
   impl::KeyTable table;
   std::vector<impl::KeyToken*> tokens(most);
