@@ -17,7 +17,8 @@ namespace ovattribute::impl {
 /// doubles what searching costs, and an index that nobody searches has none. Where there is no
 /// memory, or words collide too often, the index does without.
 ///
-/// One thread at a time may change the index and call `forget`; many may search.
+/// One thread at a time may change the index and call `forget`; many may search. One of those makes
+/// the table, while the others go on without it.
 class WordShortcut {
  public:
   using Word = std::uintptr_t;
@@ -77,7 +78,7 @@ class WordShortcut {
   [[nodiscard]] Table* table() const noexcept {
     const std::uintptr_t state = m_state.load(std::memory_order_acquire);
     // Beside a mark there is no other way. NOLINTNEXTLINE(performance-no-int-to-ptr)
-    return (state & counting) == 0 ? reinterpret_cast<Table*>(state) : nullptr;
+    return (state & (counting | making)) == 0 ? reinterpret_cast<Table*>(state) : nullptr;
   }
 
   /// Counts a search among `count` words, without a table. `fill(table)` enters all of them, and
@@ -90,17 +91,16 @@ class WordShortcut {
       m_state.compare_exchange_weak(state, state + 2, std::memory_order_relaxed);
       return;
     }
+    if (!m_state.compare_exchange_strong(state, making, std::memory_order_relaxed)) return;
     std::unique_ptr<Table> table;
     try {
       table = Table::make(count);
       if (!fill(*table)) table.reset();
     } catch (const std::bad_alloc&) {
     }
-    const auto next = table != nullptr ? reinterpret_cast<std::uintptr_t>(table.get()) : counting;
-    if (m_state.compare_exchange_strong(state, next, std::memory_order_release,
-                                        std::memory_order_relaxed)) {
-      static_cast<void>(table.release());  // else another thread was faster
-    }
+    const auto next =
+        table != nullptr ? reinterpret_cast<std::uintptr_t>(table.release()) : counting;
+    m_state.store(next, std::memory_order_release);
   }
 
   /// What was counted and made no longer holds.
@@ -112,8 +112,11 @@ class WordShortcut {
 
  private:
   static constexpr std::uintptr_t counting = 1;
+  static constexpr std::uintptr_t making = 2;
+  static_assert(alignof(Table) > (counting | making));
 
-  // The address of the table or, while there is none, twice the number of searches plus one.
+  // The address of the table or, while there is none, `making` or twice the number of searches plus
+  // `counting`.
   std::atomic<std::uintptr_t> m_state{counting};
 };
 

@@ -22,6 +22,7 @@
 #include "ovserialize/memory_writer.h"
 #include "tests/ovattribute/map_testing.h"
 #include "tests/ovattribute/sample_values.h"
+#include "tests/support/allocations.h"
 
 namespace ovattribute {
 namespace {
@@ -86,6 +87,29 @@ TEST(MapThreads, LookForNamesInOneLargeMap) {
     });
     EXPECT_EQ(wrong, 0);
   }
+}
+
+// Which takes so long here that all threads begin to search meanwhile.
+TEST(MapThreads, MakeOneTableForAMapThatAllSearch) {
+  constexpr std::size_t size = 100'000;
+  std::vector<AttributeName> names;
+  MutableAttributeMap map;
+  for (std::size_t i = 0; i < size; ++i)
+    map.add(names.emplace_back("searched " + std::to_string(i)), i);
+  const AttributeMap shared = map;
+  std::atomic<std::size_t> searches = 0;
+  while (searches < size / 4)
+    static_cast<void>(shared.exists(names[searches++]));
+  std::atomic<int> wrong = 0;
+  std::atomic<std::uint64_t> tables = 0;
+  in_threads(1, [&](int thread, int) {
+    const std::uint64_t bytes = ovtest::allocation_counts().bytes;
+    for (std::size_t i = 0; i < 1000; ++i)
+      wrong += !shared.exists(names[i * 4 + static_cast<std::size_t>(thread)]);
+    tables += ovtest::allocation_counts().bytes - bytes > size;
+  });
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(tables, 1u);
 }
 
 TEST(MapThreads, HandOverTheLastHandle) {
