@@ -267,7 +267,10 @@ class StorageBlock;
 template <class T>
 class OV_EXPORT RefCountedValueImpl final : public TypedValue<T> {
  public:
-  RefCountedValueImpl() noexcept : TypedValue<T>(local(), local()), m_limit(local() + 1) {}
+  // Member functions must not be called before the base exists.
+  RefCountedValueImpl() noexcept
+      : TypedValue<T>(reinterpret_cast<T*>(m_local), reinterpret_cast<T*>(m_local)),
+        m_limit(local() + 1) {}
   explicit RefCountedValueImpl(T element) noexcept
       : RefCountedValueImpl(std::in_place, std::move(element)) {}
   /// One element, made in place.
