@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "ovattribute/error_codes.h"
-#include "ovattribute/nesting.h"
+#include "ovattribute/impl/map_step.h"
 #include "ovcore/error_composer.h"
 #include "ovcore/impl/mix_hash.h"
 #include "ovcore/impl/small_memory.h"
@@ -91,11 +91,20 @@ ovcore::RefCountPtr<Holder> Holder::clone() const {
 
 AttributeMapBase::AttributeMapBase() noexcept : m_pImpl(sm_pEmptyImpl) {}
 
+bool AttributeMapBase::is_shared() const noexcept {
+  return m_pImpl && !m_pImpl->has_unique_ref();
+}
+
 std::size_t AttributeMapBase::hash() const {
-  const impl::NestingGuard guard;
+  const impl::MapStep step;
+  const bool remembers = step.remembers() && is_shared();
+  if (remembers) {
+    if (const std::size_t* const known = impl::MapStep::find(&map())) return *known;
+  }
   std::size_t h = 0;
   for (const value_type& entry : map())
     h = h * 5 + (entry.first.hash() ^ entry.second.hash());
+  if (remembers) impl::MapStep::remember(h, &map());
   return h;
 }
 
@@ -127,7 +136,9 @@ ovcore::RefCountPtr<Holder> AttributeMapBase::merged_aux(const Map& preferred, c
 bool AttributeMapBase::equal(const AttributeMapBase& other) const {
   if (&map() == &other.map()) return true;
   if (size() != other.size()) return false;
-  const impl::NestingGuard guard;
+  const impl::MapStep step;
+  const bool remembers = step.remembers() && (is_shared() || other.is_shared());
+  if (remembers && impl::MapStep::find(&map(), &other.map()) != nullptr) return true;
   const const_iterator last = end();
   const_iterator theirs = other.begin();
   for (const_iterator ours = begin(); ours != last;) {
@@ -140,12 +151,15 @@ bool AttributeMapBase::equal(const AttributeMapBase& other) const {
     }
     if (a.first != b.first || !(a.second == b.second)) return false;
   }
+  if (remembers) impl::MapStep::remember(0, &map(), &other.map());
   return true;
 }
 
 int AttributeMapBase::compare(const AttributeMapBase& other) const {
   if (&map() == &other.map()) return 0;
-  const impl::NestingGuard guard;
+  const impl::MapStep step;
+  const bool remembers = step.remembers() && (is_shared() || other.is_shared());
+  if (remembers && impl::MapStep::find(&map(), &other.map()) != nullptr) return 0;
   const_iterator a = begin();
   const_iterator b = other.begin();
   for (; a != end() && b != other.end(); ++a, ++b) {
@@ -153,7 +167,9 @@ int AttributeMapBase::compare(const AttributeMapBase& other) const {
     const int order = a->second.compare(b->second);
     if (order != 0) return order < 0 ? -1 : 1;
   }
-  return int{a != end()} - int{b != other.end()};
+  const int order = int{a != end()} - int{b != other.end()};
+  if (remembers && order == 0) impl::MapStep::remember(0, &map(), &other.map());
+  return order;
 }
 
 void AttributeMapBase::check_attribute_of_type(const AttributeName& name,
@@ -311,10 +327,15 @@ WritableAttributeMapRef::~WritableAttributeMapRef() {
 }
 
 std::size_t impl::equality_hash(const AttributeMapBase& map) {
-  const NestingGuard guard;
+  const MapStep step;
+  const bool remembers = step.remembers() && map.is_shared();
+  if (remembers) {
+    if (const std::size_t* const known = MapStep::find(&map.map())) return *known;
+  }
   std::size_t h = map.size();
   for (const auto& [name, value] : map)
     h = ovcore::impl::mix_hash(ovcore::impl::mix_hash(h) ^ name.hash()) ^ equality_hash(value);
+  if (remembers) MapStep::remember(h, &map.map());
   return h;
 }
 

@@ -22,11 +22,14 @@
 namespace ovattribute {
 
 class AttributeMap;
+class AttributeMapBase;
 class MutableAttributeMap;
 
 namespace impl {
 struct MapAccess;
-}
+/// Unlike `hash`, agrees with `==`.
+[[nodiscard]] OV_EXPORT std::size_t equality_hash(const AttributeMapBase& map);
+}  // namespace impl
 
 /// What all maps have in common: one counted reference to a holder, and everything that reads.
 ///
@@ -199,7 +202,10 @@ class OV_EXPORT AttributeMapBase {
   friend class MutableAttributeMap;
   friend class WritableAttributeMapRef;
 
+  friend std::size_t impl::equality_hash(const AttributeMapBase& map);
+
   [[nodiscard]] static const Map& empty_map() noexcept;
+  [[nodiscard]] bool is_shared() const noexcept;
   [[nodiscard]] bool equal(const AttributeMapBase& other) const;
   [[nodiscard]] static ovcore::RefCountPtr<MapHolder> merged_aux(const Map& preferred,
                                                                  const Map& second);
@@ -365,13 +371,6 @@ OV_EXPORT void PrintTo(const MutableAttributeMap& map, std::ostream* out);
 OV_EXPORT ovserialize::Writer& operator<<(ovserialize::Writer& writer, const AttributeMapBase& map);
 OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, AttributeMap& map);
 OV_EXPORT ovserialize::Reader& operator>>(ovserialize::Reader& reader, MutableAttributeMap& map);
-
-namespace impl {
-
-/// Unlike `hash`, agrees with `==`.
-[[nodiscard]] OV_EXPORT std::size_t equality_hash(const AttributeMapBase& map);
-
-}  // namespace impl
 
 }  // namespace ovattribute
 

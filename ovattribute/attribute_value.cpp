@@ -6,6 +6,7 @@
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/binary_value.h"
 #include "ovattribute/error_codes.h"
+#include "ovattribute/impl/map_step.h"
 #include "ovattribute/impl/visit_elements.h"
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
@@ -134,10 +135,20 @@ std::size_t equality_hash_of(const T& element) {
 
 std::size_t impl::equality_hash(const AttributeValue& value) {
   return visit_elements(value, [&value]<class T>(std::span<const T> elements) {
+    [[maybe_unused]] const ValueBase* remembered = nullptr;
+    if constexpr (std::same_as<T, AttributeMap>) {
+      if (MapStep::remembers(ValueAccess::storage(value)))
+        remembered = &ValueAccess::storage(value);
+      if (remembered != nullptr) {
+        if (const std::size_t* const known = MapStep::find(remembered)) return *known;
+      }
+    }
     std::size_t h = value.type().id() + 16 * elements.size();
     for (const T& element : elements)
       h = ovcore::impl::mix_hash(h) ^ equality_hash_of(element);
-    return ovcore::impl::mix_hash(h);
+    h = ovcore::impl::mix_hash(h);
+    if (remembered != nullptr) MapStep::remember(h, remembered);
+    return h;
   });
 }
 

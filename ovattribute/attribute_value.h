@@ -360,6 +360,9 @@ namespace impl {
 struct ValueAccess {
   /// Takes over a reference.
   static AttributeValue adopt(ValueBase* storage) noexcept { return {storage, ValueAttachTag()}; }
+  static const ValueBase& storage(const AttributeValue& value) noexcept {
+    return *value.m_holder.get();
+  }
   /// Begins to load the storage, which is needed soon.
   static void prefetch(const AttributeValue& value) noexcept {
     __builtin_prefetch(value.m_holder.get());

@@ -12,6 +12,7 @@
 #include "ovattribute/attribute_value.h"
 #include "ovattribute/binary_value.h"
 #include "ovattribute/error_codes.h"
+#include "ovattribute/impl/map_step.h"
 #include "ovattribute/impl/string_maker.h"
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
@@ -50,6 +51,14 @@ template <class T>
 RefCountedValueImpl<T>& shared_empty() {
   static ovcore::StaticInstance<RefCountedValueImpl<T>> empty;
   return *empty;
+}
+
+template <class T>
+bool remembers(const TypedValue<T>& value) noexcept {
+  if constexpr (!std::same_as<T, AttributeMap>) return false;
+  // A single map, the common case, lies right behind the base.
+  const bool is_single = value.begin() == reinterpret_cast<const T*>(&value + 1);
+  return !is_single && MapStep::remembers(value);
 }
 
 RefCountedValueImpl<std::string>& shared_empty_string() {
@@ -162,7 +171,12 @@ bool TypedValue<T>::equal(const ValueBase& other) const {
   // A NaN is not equal to itself, all else is.
   if (!std::same_as<T, double> && &other == this) return true;
   const auto& typed = static_cast<const TypedValue&>(other);
-  return std::equal(m_begin, m_end, typed.m_begin, typed.m_end, ValueTypeTraits<T>::equal);
+  const bool remember = remembers(*this) || remembers(typed);
+  if (remember && MapStep::find(this, &other) != nullptr) return true;
+  const bool same =
+      std::equal(m_begin, m_end, typed.m_begin, typed.m_end, ValueTypeTraits<T>::equal);
+  if (remember && same) MapStep::remember(0, this, &other);
+  return same;
 }
 
 template <class T>
@@ -170,13 +184,17 @@ int TypedValue<T>::compare(const ValueBase& other) const {
   if (&other == this) return 0;
   if (other.type().id() != ValueTypeTraits<T>::id) return this->type().compare(other.type());
   const auto& typed = static_cast<const TypedValue&>(other);
+  const bool remember = remembers(*this) || remembers(typed);
+  if (remember && MapStep::find(this, &other) != nullptr) return 0;
   const T* a = m_begin;
   const T* b = typed.m_begin;
   for (; a != m_end && b != typed.m_end; ++a, ++b) {
     const int order = ValueTypeTraits<T>::compare(*a, *b);
     if (order != 0) return order;
   }
-  return int{a != m_end} - int{b != typed.m_end};
+  const int order = int{a != m_end} - int{b != typed.m_end};
+  if (remember && order == 0) MapStep::remember(0, this, &other);
+  return order;
 }
 
 template <class T>
@@ -191,9 +209,14 @@ std::size_t TypedValue<T>::size() const noexcept {
 
 template <class T>
 std::size_t TypedValue<T>::hash() const {
+  const bool remember = remembers(*this);
+  if (remember) {
+    if (const std::size_t* const known = MapStep::find(this)) return *known;
+  }
   std::size_t h = 0;
   for (const T& element : elements())
     h = h * 5 + ValueTypeTraits<T>::hash(element);
+  if (remember) MapStep::remember(h, this);
   return h;
 }
 

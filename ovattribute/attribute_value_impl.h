@@ -295,6 +295,8 @@ class OV_EXPORT RefCountedValueImpl final : public TypedValue<T> {
   void clear(AttributeValue& owner) override;
   void assign(typename TypedValue<T>::AssignArg element, AttributeValue& owner) override;
 
+  [[nodiscard]] bool is_shared() const noexcept { return !m_refs.has_unique_ref(); }
+
   // For the only holder.
   void reserve(std::size_t capacity);
   void push_back(T element);

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <new>
 #include <optional>
 #include <string>
@@ -104,6 +105,93 @@ TEST(MapSharing, CopiesCostNoAllocation) {
     }
     const AttributeValue value(map);
     EXPECT_TRUE(value.get<AttributeMap>().shares_holder_with(map)) << "also within a value";
+  }
+}
+
+AttributeMap own_copy(const AttributeMap& map) {
+  MutableAttributeMap copy = map;
+  static_cast<void>(copy.begin());
+  return copy;
+}
+
+/// Two ways from a map to the next, and so 2^n to the last of n.
+struct TwoWays {
+  const char* title;
+  AttributeMap (*around)(const AttributeMap& inner, std::size_t level, bool left);
+  std::size_t (*hash_around)(std::size_t inner, std::size_t n0, std::size_t n1);
+
+  AttributeMap build(AttributeValue last, std::size_t levels, bool left) const {
+    AttributeMap map{{name(0), std::move(last)}};
+    for (std::size_t level = 0; level < levels; ++level)
+      map = around(map, level, left);
+    return map;
+  }
+  std::size_t hash(std::size_t last, std::size_t levels) const {
+    const std::size_t n0 = name(0).hash(), n1 = name(1).hash();
+    std::size_t h = n0 ^ last;
+    for (std::size_t level = 0; level < levels; ++level)
+      h = hash_around(h, n0, n1);
+    return h;
+  }
+};
+
+constexpr auto hash_of_two = [](std::size_t inner, std::size_t n0, std::size_t n1) {
+  return (n0 ^ inner) * 5 + (n1 ^ inner);
+};
+
+const TwoWays two_ways[] = {
+    {"one map twice",
+     [](const AttributeMap& inner, std::size_t, bool) {
+       return AttributeMap{{name(0), inner}, {name(1), inner}};
+     },
+     hash_of_two},
+    {"one map twice in a list",
+     [](const AttributeMap& inner, std::size_t, bool) {
+       return AttributeMap{{name(0), AttributeValue{inner, inner}}};
+     },
+     [](std::size_t inner, std::size_t n0, std::size_t) { return n0 ^ (inner * 5 + inner); }},
+    {"one list twice, whose map nobody else has",
+     [](const AttributeMap& inner, std::size_t, bool) {
+       const AttributeValue list = AttributeValue::list_of(std::vector{own_copy(inner)});
+       return AttributeMap{{name(0), list}, {name(1), list}};
+     },
+     hash_of_two},
+    {"one map twice on every other level, where what it is compared with has two",
+     [](const AttributeMap& inner, std::size_t level, bool left) {
+       const bool shared = (level % 2 == 0) == left;
+       return AttributeMap{{name(0), shared ? inner : own_copy(inner)},
+                           {name(1), shared ? inner : own_copy(inner)}};
+     },
+     hash_of_two},
+};
+
+TEST(MapSharing, WalksThroughASharedMapOnce) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const auto check = [&](const TwoWays& ways, std::size_t levels, const auto& with) {
+    SCOPED_TRACE(ways.title);
+    const AttributeMap a = ways.build(42, levels, true);
+    const AttributeMap b = ways.build(42, levels, false);
+    const AttributeMap larger = ways.build(43, levels, false);
+    const AttributeMap not_equal = ways.build(nan, levels, true);
+    const AttributeMap not_equal_either = ways.build(nan, levels, false);
+    with([&] {
+      EXPECT_EQ(a.hash(), ways.hash(42, levels));
+      EXPECT_EQ(std::hash<AttributeMap>()(a), ways.hash(42, levels));
+      EXPECT_TRUE(a == b && b == a);
+      EXPECT_EQ(a.compare(b), 0);
+      EXPECT_FALSE(a == larger);
+      EXPECT_EQ(a.compare(larger), -1);
+      EXPECT_EQ(larger.compare(b), 1);
+      EXPECT_FALSE(not_equal == not_equal_either);
+      EXPECT_EQ(not_equal.compare(not_equal_either), 0);
+    });
+  };
+  for (const TwoWays& ways : two_ways) {
+    check(ways, 60, [](const auto& look) { look(); });
+    check(ways, 12, [](const auto& look) {
+      const ovtest::FailAllocations no_memory(0);
+      look();
+    });
   }
 }
 
