@@ -95,11 +95,14 @@ class Failures(unittest.TestCase):
 
     def test_usage(self):
         for arguments in [(), ("show",), ("sing",), ("convert", "-", "--to", "yaml"),
-                          ("convert", "-", "--indent", "x")]:
+                          ("convert", "-", "--indent", "x"),
+                          ("convert", "-", "--indent", "18446744073709551615"),
+                          ("show", "a", "\33[2J\u009b2J")]:
             with self.subTest(arguments):
                 code, out, err = ovattr(*arguments)
                 self.assertEqual((code, out), (2, ""))
                 self.assertTrue(err.startswith("ovattr: "), err)
+                self.assertNotRegex(err, "[\0-\t\v-\37\x7f-\x9f]")
         code, _, err = ovattr("sing", "a.json")
         self.assertEqual((code, err.splitlines()[0]), (2, "ovattr: Unexpected argument: sing"))
         for command in ["show", "query", "convert", "diff", "inspect", "package", "package create",

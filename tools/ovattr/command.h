@@ -50,7 +50,7 @@ decltype(auto) about_file(const std::string& file, F&& f) {
 [[noreturn]] void fail(const std::string& file, ovcore::SourceString message);
 
 /// A message on standard error, on one line whatever stands in it.
-void report(std::string message);
+void report(const std::string& message);
 
 /// A command line that asks for what cannot be.
 class UsageError : public std::runtime_error {

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -15,6 +14,7 @@
 #include "ovattribute/error_codes.h"
 #include "tools/ovattr/command.h"
 #include "tools/ovattr/progress.h"
+#include "tools/ovattr/quoted.h"
 #include "tools/ovattr/version.h"
 
 namespace ovattr {
@@ -74,7 +74,7 @@ std::string usage_message(const CLI::App* app, const CLI::Error& e) {
   const std::vector<std::string> unknown = app->remaining(true);
   const bool missing = e.get_name() == "RequiredError" && !unknown.empty();
   const std::string what = missing ? "Unexpected argument: " + unknown.front() : e.what();
-  return "ovattr: " + what + "\nTry ovattr --help.\n";
+  return "ovattr: " + without_controls(what) + "\nTry ovattr --help.\n";
 }
 
 int run(int argc, char** argv) {
@@ -120,11 +120,9 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-void report(std::string message) {
+void report(const std::string& message) {
   Progress::of_process().stop();
-  std::replace_if(
-      message.begin(), message.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-  std::fprintf(stderr, "ovattr: %s\n", message.c_str());
+  std::fprintf(stderr, "ovattr: %s\n", without_controls(message).c_str());
 }
 
 void fail(const std::string& file, ovcore::SourceString message) {

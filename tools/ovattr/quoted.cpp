@@ -29,6 +29,25 @@ std::string Excerpt::text() const {
   return text + "...";
 }
 
+std::string without_controls(std::string_view text, std::string_view allowed) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const char c = text.front();
+    std::size_t size = 1;
+    bool shown = !is_control(c) || allowed.find(c) != allowed.npos;
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      const ovcore::Utf8Sequence character = ovcore::first_utf8_sequence(text);
+      size = character.size;
+      const bool control = c == '\xc2' && size == 2 && static_cast<unsigned char>(text[1]) < 0xa0;
+      shown = character.state == ovcore::Utf8Sequence::State::whole && !control;
+    }
+    result += shown ? text.substr(0, size) : "?";
+    text.remove_prefix(size);
+  }
+  return result;
+}
+
 std::string quoted(const std::string& text) {
   Excerpt excerpt;
   ovserialize::TextWriter(excerpt) << text;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "ovserialize/text_target.h"
 
@@ -25,6 +26,9 @@ class Excerpt final : public ovserialize::ITextTarget {
   bool m_cut = false;
 };
 
+/// Fit for a terminal: control characters that are not among these, U+0080 to U+009F included, and
+/// bytes that are no UTF-8 become "?".
+[[nodiscard]] std::string without_controls(std::string_view text, std::string_view allowed = {});
 /// In quotes as the text form has it, shortened.
 [[nodiscard]] std::string quoted(const std::string& text);
 /// The text as it is, in quotes only where it would be mistaken for something else.
