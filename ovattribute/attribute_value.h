@@ -363,6 +363,8 @@ struct ValueAccess {
   static const ValueBase& storage(const AttributeValue& value) noexcept {
     return *value.m_holder.get();
   }
+  /// Hands the reference out to the caller and leaves Null.
+  static ValueBase* release(AttributeValue& value) noexcept { return value.m_holder.detach(); }
   /// Begins to load the storage, which is needed soon.
   static void prefetch(const AttributeValue& value) noexcept {
     __builtin_prefetch(value.m_holder.get());

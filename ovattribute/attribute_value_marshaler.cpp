@@ -10,6 +10,8 @@
 #include "ovattribute/impl/nested_value.h"
 #include "ovattribute/impl/value_reading.h"
 #include "ovattribute/impl/value_writing.h"
+#include "ovcore/error_composer.h"
+#include "ovserialize/error_codes.h"
 #include "ovserialize/reader.h"
 #include "ovserialize/writer.h"
 
@@ -69,6 +71,14 @@ AttributeValue impl::read_nested_value(Reader& reader, std::size_t level) {
 
 void impl::write_nested_value(Writer& writer, const AttributeValue& value, std::size_t level) {
   ValueWriting(writer, PlainNameWriter(), level).write(value);
+}
+
+void impl::throw_writing_too_deep(std::size_t limit) {
+  ovcore::ErrorComposer("Writing maps nested deeper than {@limit}")
+      .add("limit", limit)
+      .throw_error(
+          ovserialize::error::ovserialize_writer_depth,
+          {"ovattribute/attribute_value_marshaler", "ovattribute::write_attribute_value()", 0});
 }
 
 Writer& operator<<(Writer& writer, const AttributeValue& value) {

@@ -18,11 +18,14 @@
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/impl/json_serialized.h"
 #include "ovattribute/impl/map_access.h"
+#include "ovattribute/impl/nested_value.h"
 #include "ovattribute/impl/string_maker.h"
 #include "ovattribute/impl/text_order.h"
+#include "ovattribute/nesting.h"
 #include "ovcore/exception.h"
 #include "ovcore/impl/at_load.h"
 #include "ovcore/static_instance.h"
+#include "ovcore/to_string.h"
 #include "ovcore/utf8.h"
 #include "ovjson/error_codes.h"
 #include "ovjson/impl/item_walk.h"
@@ -33,6 +36,7 @@
 namespace ovattribute {
 namespace {
 
+using impl::ValueBase;
 using Kind = ovjson::Reader::Kind;
 template <class T>
 using Elements = impl::RefCountedValueImpl<T>;
@@ -61,24 +65,7 @@ class JsonReading {
   JsonReading(ovjson::Reader& reader, const JsonReadOptions& options) noexcept
       : m_reader(reader), m_options(options), m_walk(reader) {}
 
-  AttributeValue read() {
-    switch (m_walk.kind()) {
-      case Kind::boolean:
-        return m_walk.boolean();
-      case Kind::number:
-        return read_number();
-      case Kind::string:
-        return read_string();
-      case Kind::object:
-        return read_object();
-      case Kind::array:
-        return read_array();
-      case Kind::root:
-      case Kind::null:
-        break;
-    }
-    return {};
-  }
+  AttributeValue read() { return impl::ValueAccess::adopt(read_storage()); }
 
  private:
   // The elements of an array mostly have about as many members as the one before.
@@ -93,11 +80,29 @@ class JsonReading {
                          {"ovattribute/json_marshaler", function, 0});
   }
 
-  AttributeValue read_string() {
+  ValueBase* read_storage() {
+    const Kind kind = m_walk.kind();
+    if (kind == Kind::object) return read_object();
+    return kind == Kind::array ? read_array() : read_flat();
+  }
+
+  [[gnu::noinline]] ValueBase* read_flat() {
+    switch (m_walk.kind()) {
+      case Kind::boolean:
+        return storage_of(m_walk.boolean());
+      case Kind::number:
+        return read_number();
+      case Kind::string:
+        return read_string();
+      default:
+        return impl::null_storage();
+    }
+  }
+
+  ValueBase* read_string() {
     std::string_view text;
-    return impl::ValueAccess::adopt(m_walk.take_plain_text(text)
-                                        ? m_strings.make_or_share(text)
-                                        : m_strings.make(m_walk.take_text()));
+    return m_walk.take_plain_text(text) ? m_strings.make_or_share(text)
+                                        : m_strings.make(m_walk.take_text());
   }
 
   std::string read_element() {
@@ -137,40 +142,81 @@ class JsonReading {
           {{"number", std::string(number)}}, "ovattribute::impl::read_json_number()");
   }
 
-  AttributeValue read_number() {
-    if (const auto exact = literal()) return *exact;
+  ValueBase* read_number() {
+    if (const auto exact = literal()) return storage_of(*exact);
     const double d = as_rounded();
-    if (const auto i = integral(d)) return *i;
-    return d;
+    if (const auto i = integral(d)) return storage_of(*i);
+    return storage_of(d);
   }
 
-  AttributeValue read_object() {
+  // Maps within maps recurse over `read_members` and one of the other two, whose frames are all
+  // that a level takes of the stack: what needs more of it stands in functions that are not
+  // inlined, and those between end in a jump to the next. The caller gets a reference to what they
+  // return.
+  [[gnu::noinline]] ValueBase* read_object() {
     const std::size_t depth = m_walk.depth();
-    if (!m_walk.next()) return AttributeMap();
-    if (m_walk.name().value() != serialized_name) return read_members();
-    AttributeValue result =
-        impl::read_serialized_attribute_value(m_reader, m_walk.make_current(), m_level);
-    m_walk.leave(depth);
-    return result;
+    if (!m_walk.next()) return storage_of(no_members());
+    if (m_walk.name().value() == serialized_name) return read_lossless(depth);
+    return storage_of(read_members(default_room));
+  }
+
+  [[gnu::noinline]] ValueBase* read_objects() {
+    auto elements = std::make_unique<Elements<AttributeMap>>();
+    std::size_t room = default_room;
+    do {
+      check_element(Kind::object);
+      elements->push_back(m_walk.next() ? read_members(room) : no_members());
+      room = std::min(elements->end()[-1].size() + 1, most_room);
+    } while (m_walk.next());
+    return finish(std::move(elements));
   }
 
   /// From the first member on; `room` is for so many.
-  AttributeMap read_members(std::size_t room = default_room) {
+  [[gnu::noinline]] AttributeMap read_members(std::size_t room) {
+    enter_map();
     auto holder = AttributeMapBase::MapHolder::make(room);
-    AttributeMapBase::Map& map = holder->map;
-    ++m_level;
     do {
       AttributeName name(m_walk.name());
-      if (m_options.refuse_repeated_names && map.count(name) > 0) refuse_repeated(name);
+      if (m_options.refuse_repeated_names && holder->map.count(name) > 0) refuse_repeated(name);
       AttributeValue value = read();
-      const auto [position, inserted] = map.try_emplace(std::move(name), std::move(value));
-      if (!inserted) position->second.swap(value);
+      set(holder->map, name, value);
     } while (m_walk.next());
     --m_level;
     return impl::MapAccess::adopt(std::move(holder));
   }
 
-  [[noreturn]] void refuse_repeated(const AttributeName& name) {
+  AttributeMap no_members() {
+    enter_map();
+    --m_level;
+    return {};
+  }
+
+  [[gnu::noinline]] ValueBase* read_lossless(std::size_t depth) {
+    AttributeValue result =
+        impl::read_serialized_attribute_value(m_reader, m_walk.make_current(), m_level);
+    m_walk.leave(depth);
+    return impl::ValueAccess::release(result);
+  }
+
+  [[gnu::noinline]] static void set(AttributeMapBase::Map& map, AttributeName& name,
+                                    AttributeValue& value) {
+    const auto [position, inserted] = map.try_emplace(std::move(name), std::move(value));
+    if (!inserted) position->second.swap(value);
+  }
+
+  void enter_map() {
+    if (++m_level > m_limit) refuse_level();
+  }
+
+  [[noreturn, gnu::noinline]] void refuse_level() {
+    m_walk.make_current();
+    m_reader.raise_error(
+        ovjson::error::ovjson_reader, "Maps nest deeper than {@limit}",
+        {{"limit", ovcore::to_string(m_limit)}},
+        {"ovattribute/json_marshaler", "ovattribute::impl::read_json_object()", 0});
+  }
+
+  [[noreturn, gnu::noinline]] void refuse_repeated(const AttributeName& name) {
     m_walk.make_current();
     m_reader.raise_error_at(
         m_walk.name_position(), ovjson::error::ovjson_reader, "Repeated member name '{@name}'",
@@ -178,16 +224,13 @@ class JsonReading {
         {"ovattribute/json_marshaler", "ovattribute::impl::read_json_object()", 0});
   }
 
-  AttributeValue read_array() {
-    if (!m_walk.next()) return AttributeValue(ValueTypeId::typeString);
+  [[gnu::noinline]] ValueBase* read_array() {
+    if (!m_walk.next()) return impl::ValueFactory<std::string>::create_value();
+    return m_walk.kind() == Kind::object ? read_objects() : read_flat_array();
+  }
+
+  [[gnu::noinline]] ValueBase* read_flat_array() {
     switch (m_walk.kind()) {
-      case Kind::object:
-        return read_elements<AttributeMap>([this, room = default_room]() mutable {
-          if (!m_walk.next()) return AttributeMap();
-          AttributeMap map = read_members(room);
-          room = std::min(map.size() + 1, most_room);
-          return map;
-        });
       case Kind::boolean:
         return read_elements<bool>([this] { return m_walk.boolean(); });
       case Kind::string:
@@ -196,11 +239,9 @@ class JsonReading {
         return read_numbers();
       case Kind::array:
         raise("Array of Array elements not supported.");
-      case Kind::null:
-      case Kind::root:
-        break;
+      default:
+        raise("Array of null elements not supported.");
     }
-    raise("Array of null elements not supported.");
   }
 
   /// From the first element on.
@@ -208,25 +249,30 @@ class JsonReading {
   void for_each_element(F&& f) {
     const Kind expected = m_walk.kind();
     do {
-      if (m_walk.kind() != expected) {
-        raise(
-            "All array elements must be of same type.  Expecting '{@expected}' found '{@actual}'.",
-            {{"expected", ovjson::Reader::kind_name(expected)},
-             {"actual", ovjson::Reader::kind_name(m_walk.kind())}});
-      }
+      check_element(expected);
       f();
     } while (m_walk.next());
   }
 
+  void check_element(Kind expected) {
+    if (m_walk.kind() != expected) refuse_element(expected);
+  }
+
+  [[noreturn, gnu::noinline]] void refuse_element(Kind expected) {
+    raise("All array elements must be of same type.  Expecting '{@expected}' found '{@actual}'.",
+          {{"expected", ovjson::Reader::kind_name(expected)},
+           {"actual", ovjson::Reader::kind_name(m_walk.kind())}});
+  }
+
   template <class T, class F>
-  AttributeValue read_elements(F&& read_element) {
+  ValueBase* read_elements(F&& read_element) {
     auto elements = std::make_unique<Elements<T>>();
     for_each_element([&] { elements->push_back(read_element()); });
-    return adopt(std::move(elements));
+    return finish(std::move(elements));
   }
 
   /// Integers as long as every number is one, then all of them as Doubles.
-  AttributeValue read_numbers() {
+  ValueBase* read_numbers() {
     auto integers = std::make_unique<Elements<long long>>();
     std::unique_ptr<Elements<double>> doubles;
     std::vector<std::size_t> minus_zeros;  // places of those among the integers
@@ -247,7 +293,7 @@ class JsonReading {
       if (d == 0 && std::signbit(d)) minus_zeros.push_back(integers->size());
       integers->push_back(*i);
     });
-    return doubles ? adopt(std::move(doubles)) : adopt(std::move(integers));
+    return doubles ? finish(std::move(doubles)) : finish(std::move(integers));
   }
 
   static std::unique_ptr<Elements<double>> as_doubles(const Elements<long long>& integers,
@@ -263,9 +309,14 @@ class JsonReading {
   }
 
   template <class T>
-  static AttributeValue adopt(std::unique_ptr<Elements<T>> elements) {
+  static ValueBase* finish(std::unique_ptr<Elements<T>> elements) {
     elements->trim();
-    return impl::ValueAccess::adopt(elements.release());
+    return elements.release();
+  }
+
+  template <class T>
+  static ValueBase* storage_of(T element) {
+    return impl::ValueFactory<T>::create_value(std::move(element));
   }
 
   ovjson::Reader& m_reader;
@@ -273,6 +324,7 @@ class JsonReading {
   ovjson::impl::ItemWalk m_walk;
   impl::StringMaker m_strings;
   std::size_t m_level = 0;  // maps that are being read
+  const std::size_t m_limit = nesting_limit();
 };
 
 // The integers that every JSON reader holds exactly: those of a double.
@@ -291,6 +343,36 @@ class JsonWriting {
       : m_writer(writer), m_options(options) {}
 
   void write(const AttributeValue& value) {
+    const bool maps = value.type().id() == ValueTypeId::idAttributeMap;
+    maps ? write_maps(value) : write_flat(value);
+  }
+
+ private:
+  // Recurses over `write`. Its frame is all that a level of maps takes of the stack, so what needs
+  // more of it stands in functions that are not inlined.
+  [[gnu::noinline]] void write_maps(const AttributeValue& value) {
+    const auto maps = value.elements<AttributeMap>();
+    if (maps.empty() || has_unreadable_name(maps)) return write_serialized(value);
+    if (maps.size() != 1) m_writer.begin_array();
+    for (const AttributeMap& map : maps) {
+      begin_map();
+      impl::EntryWalk walk(map, m_options.order_names_by_text);
+      while (const AttributeMap::value_type* entry = walk.next()) {
+        m_writer.member_name(entry->first.value());
+        write(entry->second);
+      }
+      m_writer.end_object();
+      --m_level;
+    }
+    if (maps.size() != 1) m_writer.end_array();
+  }
+
+  void begin_map() {
+    if (++m_level > m_limit) impl::throw_writing_too_deep(m_limit);
+    m_writer.begin_object();
+  }
+
+  [[gnu::noinline]] void write_flat(const AttributeValue& value) {
     switch (value.type().id()) {
       case ValueTypeId::idNull:
         m_writer.null_value();
@@ -306,17 +388,15 @@ class JsonWriting {
       case ValueTypeId::idString:
         write_strings(value, value.elements<std::string>());
         break;
-      case ValueTypeId::idAttributeMap: {
-        const auto elements = value.elements<AttributeMap>();
-        write_elements(value, elements, elements.empty() || has_unreadable_name(elements));
-        break;
-      }
       default:
-        impl::write_serialized_attribute_value(m_writer, value, m_level);
+        write_serialized(value);
     }
   }
 
- private:
+  [[gnu::noinline]] void write_serialized(const AttributeValue& value) {
+    impl::write_serialized_attribute_value(m_writer, value, m_level);
+  }
+
   bool has_inexact(std::span<const long long> elements) const {
     return !m_options.exact_integers && std::ranges::any_of(elements, [](long long i) {
       return i < -exact_limit || i > exact_limit;
@@ -324,7 +404,8 @@ class JsonWriting {
   }
 
   /// JSON is UTF-8, a String may hold any bytes.
-  void write_strings(const AttributeValue& value, std::span<const std::string> elements) {
+  [[gnu::noinline]] void write_strings(const AttributeValue& value,
+                                       std::span<const std::string> elements) {
     if (elements.size() != 1) {
       const bool utf8 = std::ranges::all_of(
           elements, [](const std::string& text) { return ovcore::is_utf8(text); });
@@ -335,12 +416,12 @@ class JsonWriting {
       write_element(elements.front());
     } catch (const ovcore::Exception& e) {
       if (e.info()->code() != ovjson::error::ovjson_writer_unexpected_character) throw;
-      impl::write_serialized_attribute_value(m_writer, value, m_level);
+      write_serialized(value);
     }
   }
 
   /// A name that JSON cannot hold, that the reader would refuse, or take for the lossless form.
-  static bool has_unreadable_name(std::span<const AttributeMap> maps) {
+  [[gnu::noinline]] static bool has_unreadable_name(std::span<const AttributeMap> maps) {
     const AttributeName& serialized = serialized_member();
     return std::ranges::any_of(maps, [&serialized](const AttributeMap& map) {
       return std::ranges::any_of(map, [&serialized](const AttributeMap::value_type& entry) {
@@ -352,7 +433,7 @@ class JsonWriting {
 
   template <class T>
   void write_elements(const AttributeValue& value, std::span<const T> elements, bool serialized) {
-    if (serialized) return impl::write_serialized_attribute_value(m_writer, value, m_level);
+    if (serialized) return write_serialized(value);
     if (elements.size() == 1) return write_element(elements.front());
     m_writer.begin_array();
     for (const T& element : elements)
@@ -363,21 +444,10 @@ class JsonWriting {
   void write_element(bool element) { m_writer.boolean_value(element); }
   void write_element(long long element) { m_writer.integer_value(std::int64_t{element}); }
   void write_element(const std::string& element) { m_writer.string_value(element); }
-  void write_element(const AttributeMap& map) {
-    ++m_level;
-    m_writer.begin_object();
-    impl::for_each_entry(map, m_options.order_names_by_text,
-                         [this](const AttributeMap::value_type& entry) {
-                           m_writer.member_name(entry.first.value());
-                           write(entry.second);
-                         });
-    m_writer.end_object();
-    --m_level;
-  }
-
   ovjson::Writer& m_writer;
   const JsonWriteOptions m_options;
   std::size_t m_level = 0;  // maps that are being written
+  const std::size_t m_limit = nesting_limit();
 };
 
 }  // namespace

@@ -10,9 +10,10 @@ namespace ovattribute {
 
 inline constexpr std::size_t default_nesting_limit = 512;
 
-/// The limit for comparing, hashing, printing, writing and reading maps within maps, in the whole
-/// process; the JSON form has an option of its own with the same default. Any thread may change it
-/// at any time. Copying and destroying know no limit.
+/// The limit for comparing, hashing, printing, writing and reading maps within maps in every form,
+/// in the whole process. Readers and writers have limits of their own besides, which count lists too
+/// and by default let this one's default through. Any thread may change it at any time. Copying and
+/// destroying know no limit.
 [[nodiscard]] OV_EXPORT std::size_t nesting_limit() noexcept;
 OV_EXPORT void set_nesting_limit(std::size_t limit) noexcept;
 

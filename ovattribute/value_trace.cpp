@@ -34,7 +34,9 @@ struct Trace {
   const TraceFormatter& formatter;
   unsigned level;
 
-  void indented(SourceString text) const { formatter.render_indented(out, level, text); }
+  [[gnu::noinline]] void indented(SourceString text) const {
+    formatter.render_indented(out, level, text);
+  }
   template <std::integral N>
   void number(N value) const {
     out << SourceString(ovcore::NumberText(value).view());
@@ -46,24 +48,34 @@ struct Trace {
   }
 };
 
+[[gnu::noinline]] void begin_list(const Trace& trace, const TraceFormatter::ListParams& params,
+                                  const ValueTypeId& type, std::size_t count) {
+  if (trace.formatter.show_type()) trace.out << '[' << type << ": ";
+  if (params.show_for_scalar() || count != 1) trace.indented(params.prefix());
+}
+
+/// False at the end, and when this element and those behind it are left out.
+[[gnu::noinline]] bool begin_element(const Trace& trace, const TraceFormatter::ListParams& params,
+                                     std::size_t i, std::size_t count) {
+  if (i == count) return false;
+  if (i == trace.formatter.max_multivalue_count()) return trace.left_out(count - i), false;
+  if (i > 0) trace.indented(params.separator());
+  return true;
+}
+
+[[gnu::noinline]] void end_list(const Trace& trace, const TraceFormatter::ListParams& params,
+                                std::size_t count) {
+  if (params.show_for_scalar() || count != 1) trace.indented(params.suffix());
+  if (trace.formatter.show_type()) trace.out << ']';
+}
+
 template <class T, class WriteElement>
 void write_list(const Trace& trace, const TraceFormatter::ListParams& params,
                 std::span<const T> elements, WriteElement&& write_element) {
-  const bool show_type = trace.formatter.show_type();
-  if (show_type) trace.out << '[' << impl::ValueTypeTraits<T>::type() << ": ";
-  const bool brackets = params.show_for_scalar() || elements.size() != 1;
-  if (brackets) trace.indented(params.prefix());
-  const std::size_t budget = trace.formatter.max_multivalue_count();
-  for (std::size_t i = 0; i < elements.size(); ++i) {
-    if (i == budget) {
-      trace.left_out(elements.size() - i);
-      break;
-    }
-    if (i > 0) trace.indented(params.separator());
+  begin_list(trace, params, impl::ValueTypeTraits<T>::type(), elements.size());
+  for (std::size_t i = 0; begin_element(trace, params, i, elements.size()); ++i)
     write_element(elements[i]);
-  }
-  if (brackets) trace.indented(params.suffix());
-  if (show_type) trace.out << ']';
+  end_list(trace, params, elements.size());
 }
 
 /// The size to which a text is cut: no UTF-8 character is split.
@@ -168,20 +180,38 @@ void write_error(const Trace& trace, const impl::ErrorInfoPtr& error) {
   }
 }
 
-void write_map_entry(const Trace& trace, const AttributeMap::value_type& entry) {
+/// Writes what stands before the value of the next entry, and returns that; null at the end.
+[[gnu::noinline]] const AttributeValue* begin_entry(const Trace& trace, impl::EntryWalk& walk) {
+  const AttributeMap::value_type* const entry = walk.next();
+  if (entry == nullptr) return nullptr;
   trace.indented(trace.formatter.map_element_prefix());
-  trace.out << entry.first;
+  trace.out << entry->first;
   trace.indented(trace.formatter.map_name_value_separator());
-  entry.second.write_trace(trace.out, trace.formatter, trace.level);
+  return &entry->second;
+}
+
+[[gnu::noinline]] void end_entry(const Trace& trace) {
   trace.indented(trace.formatter.map_element_suffix());
 }
 
-void write_map(const Trace& trace, const AttributeMapBase& map) {
-  const impl::NestingGuard guard;
-  const Trace inner{trace.out, trace.formatter, trace.level + 1};
-  impl::for_each_entry(
-      map, trace.formatter.order_names_by_text(),
-      [&](const AttributeMap::value_type& entry) { write_map_entry(inner, entry); });
+// Recurses over the values of the maps. Its frame is all that a level takes of the stack, so what
+// needs more of it stands in functions that are not inlined.
+[[gnu::noinline]] void write_maps(std::ostream& out, const TraceFormatter& formatter,
+                                  unsigned level, std::span<const AttributeMap> maps) {
+  Trace trace{out, formatter, level};
+  const TraceFormatter::ListParams& params = formatter.list_map();
+  begin_list(trace, params, ValueTypeId::typeAttributeMap, maps.size());
+  for (std::size_t i = 0; begin_element(trace, params, i, maps.size()); ++i) {
+    const impl::NestingGuard guard;
+    ++trace.level;
+    impl::EntryWalk walk(maps[i], formatter.order_names_by_text());
+    while (const AttributeValue* value = begin_entry(trace, walk)) {
+      value->write_trace(out, formatter, trace.level);
+      end_entry(trace);
+    }
+    --trace.level;
+  }
+  end_list(trace, params, maps.size());
 }
 
 void write_element(const Trace& trace, bool value) {
@@ -229,7 +259,7 @@ void impl::ValueTypeTraitsBase<T>::write_trace(std::ostream& out, const TraceFor
       list(formatter.list_default(), write_size);
     }
   } else if constexpr (std::same_as<T, AttributeMap>) {
-    list(formatter.list_map(), write_map);
+    write_maps(out, formatter, level, elements);
   } else if constexpr (std::same_as<T, ErrorInfoPtr>) {
     list(formatter.list_error_info(), write_error);
   } else {

@@ -26,7 +26,7 @@ class ItemWalk;
 }
 
 struct ReaderOptions {
-  std::size_t max_depth = 512;               // open objects and arrays
+  std::size_t max_depth = 1'040;             // open objects and arrays
   std::size_t max_value_size = 134'217'728;  // bytes of one string, name or number
   bool allow_comments = false;               // "//" and "/* */"
   std::size_t buffer_size = 65'536;          // bytes of text in memory, at least 1

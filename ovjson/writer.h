@@ -103,7 +103,7 @@ class OV_EXPORT Savepoint {
 
 struct TextWriterOptions {
   std::size_t indent = 0;                    // blanks a level, at most 64; 0 writes one line
-  std::size_t max_depth = 512;               // open objects and arrays
+  std::size_t max_depth = 1'040;             // open objects and arrays
   std::size_t max_value_size = 134'217'728;  // bytes of one string, name or number
   bool replace_invalid_utf8 = false;         // by U+FFFD, else it is an error
   std::size_t buffer_size = 16'384;          // bytes held back, at least 1

@@ -18,4 +18,7 @@ namespace ovattribute::impl {
 void write_nested_value(ovserialize::Writer& writer, const AttributeValue& value,
                         std::size_t level);
 
+/// Raises `ovserialize_writer_depth`, in whatever form values are written.
+[[noreturn]] void throw_writing_too_deep(std::size_t limit);
+
 }  // namespace ovattribute::impl

@@ -9,22 +9,37 @@
 
 namespace ovattribute::impl {
 
-/// Calls `f` with each entry, in the order of the names' bytes or in the map's own.
-template <class F>
-void for_each_entry(const AttributeMapBase& map, bool order_by_text, F&& f) {
-  if (!order_by_text) {
-    for (const AttributeMapBase::value_type& entry : map)
-      f(entry);
-    return;
+/// Gives the entries of a map one after the other, in the order of the names' bytes or in the map's
+/// own. Small, since it lies in frames that recurse.
+class EntryWalk {
+ public:
+  using Entry = AttributeMapBase::value_type;
+
+  EntryWalk(const AttributeMapBase& map, bool order_by_text)
+      : m_next(map.begin()), m_end(map.end()) {
+    if (order_by_text) sort();
   }
-  std::vector<const AttributeMapBase::value_type*> entries;
-  entries.reserve(map.size());
-  for (const AttributeMapBase::value_type& entry : map)
-    entries.push_back(&entry);
-  std::sort(entries.begin(), entries.end(),
-            [](const auto* a, const auto* b) { return a->first.value() < b->first.value(); });
-  for (const auto* entry : entries)
-    f(*entry);
-}
+
+  /// Null at the end.
+  [[nodiscard]] const Entry* next() noexcept {
+    if (m_next != m_end) return &*m_next++;
+    if (m_sorted.empty()) return nullptr;
+    const Entry* const entry = m_sorted.back();
+    m_sorted.pop_back();
+    return entry;
+  }
+
+ private:
+  [[gnu::noinline]] void sort() {
+    for (; m_next != m_end; ++m_next)
+      m_sorted.push_back(&*m_next);
+    std::sort(m_sorted.begin(), m_sorted.end(),
+              [](const Entry* a, const Entry* b) { return b->first.value() < a->first.value(); });
+  }
+
+  AttributeMapBase::const_iterator m_next;
+  const AttributeMapBase::const_iterator m_end;
+  std::vector<const Entry*> m_sorted;  // the last is the next
+};
 
 }  // namespace ovattribute::impl

@@ -37,37 +37,17 @@ struct PlainNameReader {
 /// Reads one value or map with everything inside. `level`: the maps around it.
 template <class ReadName>
 class ValueReading {
+  using Holder = ovcore::RefCountPtr<AttributeMapBase::MapHolder>;
+  template <class T>
+  using Elements = std::unique_ptr<RefCountedValueImpl<T>>;
+
  public:
   ValueReading(ovserialize::Reader& reader, ReadName read_name, std::size_t level = 0) noexcept
       : m_reader(reader), m_read_name(read_name), m_level(level) {}
 
-  AttributeValue read() {
-    switch (m_reader.item_kind()) {
-      case ovserialize::item_null:
-        m_reader.read_null();
-        return {};
-      case ovserialize::item_boolean:
-        return read_scalar<bool>();
-      case ovserialize::item_integer:
-        return read_scalar<long long>();
-      case ovserialize::item_double:
-        return read_scalar<double>();
-      case ovserialize::item_string:
-        return ValueAccess::adopt(m_strings.make(read_element<std::string>()));
-      case ovserialize::item_absolute_time:
-        return read_scalar<ovcore::AbsoluteTime>();
-      case ovserialize::item_relative_time:
-        return read_scalar<ovcore::RelativeTime>();
-      case ovserialize::item_uuid:
-        return read_scalar<ovcore::Uuid>();
-      case ovserialize::item_binary:
-        return read_scalar<BinaryValue>();
-      default:
-        return read_tagged();
-    }
-  }
+  AttributeValue read() { return ValueAccess::adopt(read_storage()); }
 
-  ovcore::RefCountPtr<AttributeMapBase::MapHolder> read_map() {
+  [[gnu::noinline]] Holder read_map() {
     const std::uint64_t count = begin_map();
     const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(count, first_room));
     auto holder = AttributeMapBase::MapHolder::make(room);
@@ -81,19 +61,66 @@ class ValueReading {
   }
 
  private:
+  // Maps within maps recurse over `read_map` and `read_maps`, whose frames are all that a level
+  // takes of the stack: what needs more of it stands in functions that are not inlined, and those
+  // between the two end in a jump to the next. The caller gets a reference to what they return.
+  ValueBase* read_storage() {
+    const int kind = m_reader.item_kind();
+    return is_native(kind) ? read_native(kind) : read_tagged();
+  }
+
   std::uint64_t begin_map() {
     if (++m_level > m_limit) throw_too_deep();
     return m_reader.begin_sequence();
   }
 
-  void read_entries(AttributeMapBase::Map& map, std::uint64_t count, std::size_t room) {
+  [[gnu::always_inline]] void read_entries(AttributeMapBase::Map& map, std::uint64_t count,
+                                           std::size_t room) {
     while (m_reader.has_next_element()) {
       if (map.size() == room) room = make_room(map, count, 4 * room + 8);
       AttributeName name = m_read_name(m_reader);
       AttributeValue value = read();
-      map.try_emplace(std::move(name), std::move(value));
+      add_entry(map, name, value);
     }
     --m_level;
+  }
+
+  [[gnu::noinline]] static void add_entry(AttributeMapBase::Map& map, AttributeName& name,
+                                          AttributeValue& value) {
+    map.try_emplace(std::move(name), std::move(value));
+  }
+
+  [[gnu::noinline]] ValueBase* read_maps() {
+    const std::uint64_t count = m_reader.begin_sequence();
+    const std::size_t reserved = count > 1 ? to_reserve<AttributeMap>(count) : 0;
+    Elements<AttributeMap> list = count > 1 ? make_list<AttributeMap>(reserved) : nullptr;
+    Holder only;
+    while (m_reader.has_next_element()) {
+      Holder map = read_map();
+      if (list == nullptr && only == nullptr) {
+        only.swap(map);
+      } else {
+        add_map(list, only, map);
+      }
+    }
+    m_reservable += reserved;
+    return finish_maps(list, only);
+  }
+
+  static AttributeMap map_of(Holder& holder) {
+    return holder->map.empty() ? AttributeMap() : MapAccess::adopt(std::move(holder));
+  }
+
+  /// Adds a map to the list, or makes one of the only map so far and this.
+  [[gnu::noinline]] static void add_map(Elements<AttributeMap>& list, Holder& only, Holder& map) {
+    if (list == nullptr) list = std::make_unique<RefCountedValueImpl<AttributeMap>>(map_of(only));
+    list->push_back(map_of(map));
+  }
+
+  [[gnu::noinline]] static ValueBase* finish_maps(Elements<AttributeMap>& list, Holder& only) {
+    if (list != nullptr) return finish(std::move(list));
+    if (only == nullptr) return ValueFactory<AttributeMap>::create_value();
+    return storage_of(map_of(only));
   }
 
   // Elements that are believed from an announced count.
@@ -102,63 +129,100 @@ class ValueReading {
   static constexpr std::size_t first_room = 6;
 
   template <class T>
-  static AttributeValue adopt(T&& element) {
+  static ValueBase* storage_of(T&& element) {
     using Stored = std::remove_cvref_t<T>;
-    return ValueAccess::adopt(ValueFactory<Stored>::create_value(std::forward<T>(element)));
+    return ValueFactory<Stored>::create_value(std::forward<T>(element));
   }
 
   template <class T>
-  AttributeValue read_scalar() {
-    return adopt(read_element<T>());
+  ValueBase* read_scalar() {
+    return storage_of(read_element<T>());
   }
 
-  [[gnu::noinline]] AttributeValue read_tagged() {
-    return visit_type(read_type_tag(m_reader),
-                      [this]<class T>(std::type_identity<T>) -> AttributeValue {
-                        if constexpr (std::same_as<T, NullValueType>) {
-                          return {};
-                        } else {
-                          return this->read_elements<T>();
-                        }
-                      });
+  static bool is_native(int kind) noexcept {
+    using namespace ovserialize;
+    return kind >= item_null && kind <= item_binary && kind != item_unsigned;
   }
 
-  /// What follows the tag.
+  /// Of an item that says its type.
+  [[gnu::noinline]] ValueBase* read_native(int kind) {
+    switch (kind) {
+      case ovserialize::item_boolean:
+        return read_scalar<bool>();
+      case ovserialize::item_integer:
+        return read_scalar<long long>();
+      case ovserialize::item_double:
+        return read_scalar<double>();
+      case ovserialize::item_string:
+        return m_strings.make(read_element<std::string>());
+      case ovserialize::item_absolute_time:
+        return read_scalar<ovcore::AbsoluteTime>();
+      case ovserialize::item_relative_time:
+        return read_scalar<ovcore::RelativeTime>();
+      case ovserialize::item_uuid:
+        return read_scalar<ovcore::Uuid>();
+      case ovserialize::item_binary:
+        return read_scalar<BinaryValue>();
+      default:
+        m_reader.read_null();
+        return null_storage();
+    }
+  }
+
+  [[gnu::noinline]] ValueBase* read_tagged() {
+    const ValueTypeId::EId type = read_type_tag(m_reader);
+    return type == ValueTypeId::idAttributeMap ? read_maps() : read_flat(type);
+  }
+
+  /// What follows the tag of another type than maps.
+  [[gnu::noinline]] ValueBase* read_flat(ValueTypeId::EId type) {
+    return visit_type(type, [this]<class T>(std::type_identity<T>) -> ValueBase* {
+      if constexpr (std::same_as<T, NullValueType> || std::same_as<T, AttributeMap>) {
+        return null_storage();
+      } else {
+        return this->read_elements<T>();
+      }
+    });
+  }
+
   template <class T>
-  [[gnu::noinline]] AttributeValue read_elements() {
+  [[gnu::noinline]] ValueBase* read_elements() {
     if (m_reader.item_kind() != ovserialize::item_sequence) return read_scalar<T>();
     const std::uint64_t count = m_reader.begin_sequence();
     if (count > 1) return read_list<T>(count);
-    if (count == 1 && !std::same_as<T, AttributeMap>) return read_list_of_one<T>();
-    return read_list_of_some<T>();
+    return count == 1 ? read_list_of_one<T>() : read_list_of_some<T>();
   }
 
   template <class T>
-  AttributeValue read_list(std::uint64_t count) {
+  [[gnu::noinline]] static Elements<T> make_list(std::size_t reserved) {
     Elements<T> list = std::make_unique<RefCountedValueImpl<T>>();
-    const std::size_t reserved = to_reserve<T>(count);
     list->reserve(reserved);
+    return list;
+  }
+
+  template <class T>
+  ValueBase* read_list(std::uint64_t count) {
+    Elements<T> list = make_list<T>(to_reserve<T>(count));
     while (m_reader.has_next_element())
       list->push_back(read_element<T>());
-    if constexpr (std::same_as<T, AttributeMap>) m_reservable += reserved;
     return finish(std::move(list));
   }
 
   /// A frame of one is closed by the second question already, before its element is read.
   template <class T>
-  AttributeValue read_list_of_one() {
+  ValueBase* read_list_of_one() {
     static_cast<void>(m_reader.has_next_element());
     static_cast<void>(m_reader.has_next_element());
     Elements<T> list = std::make_unique<RefCountedValueImpl<T>>(read_element<T>());
     return finish(std::move(list));
   }
 
-  /// Of an unknown number, where one is a scalar; so are frames of one map, unlike the others.
+  /// Of an unknown number, where one is a scalar.
   template <class T>
-  AttributeValue read_list_of_some() {
-    if (!m_reader.has_next_element()) return AttributeValue(ValueTypeTraits<T>::type());
+  ValueBase* read_list_of_some() {
+    if (!m_reader.has_next_element()) return ValueFactory<T>::create_value();
     T first = read_element<T>();
-    if (!m_reader.has_next_element()) return adopt(std::move(first));
+    if (!m_reader.has_next_element()) return storage_of(std::move(first));
     Elements<T> list = std::make_unique<RefCountedValueImpl<T>>(std::move(first));
     do {
       list->push_back(read_element<T>());
@@ -167,13 +231,10 @@ class ValueReading {
   }
 
   template <class T>
-  using Elements = std::unique_ptr<RefCountedValueImpl<T>>;
-
-  template <class T>
-  static AttributeValue finish(Elements<T> list) {
-    if (list->empty()) return AttributeValue(ValueTypeTraits<T>::type());
+  static ValueBase* finish(Elements<T> list) {
+    if (list->empty()) return ValueFactory<T>::create_value();
     list->trim();
-    return ValueAccess::adopt(list.release());
+    return list.release();
   }
 
   /// Lists of maps are inside one another; together they believe in two times the maximum.
@@ -187,8 +248,8 @@ class ValueReading {
   }
 
   /// Returns the number of entries that now have room in one piece.
-  static std::size_t make_room(AttributeMapBase::Map& map, std::uint64_t count,
-                               std::size_t wanted) {
+  [[gnu::noinline]] static std::size_t make_room(AttributeMapBase::Map& map, std::uint64_t count,
+                                                 std::size_t wanted) {
     const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(count, wanted));
     if (room > map.size()) map.reserve(room);
     return room;
@@ -212,9 +273,6 @@ class ValueReading {
       return T(m_reader);
     } else if constexpr (std::same_as<T, ErrorInfoPtr>) {
       return ovserialize::read_error_info(m_reader);
-    } else if constexpr (std::same_as<T, AttributeMap>) {
-      auto holder = read_map();
-      return holder->map.empty() ? AttributeMap() : MapAccess::adopt(std::move(holder));
     } else {
       T element{};
       m_reader >> element;
@@ -222,7 +280,7 @@ class ValueReading {
     }
   }
 
-  [[noreturn]] void throw_too_deep() const {
+  [[noreturn, gnu::noinline]] void throw_too_deep() const {
     ovcore::ErrorComposer("Reading maps nested deeper than {@limit} at offset {@offset}")
         .add("limit", m_limit)
         .add("offset", m_reader.offset())

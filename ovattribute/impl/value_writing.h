@@ -10,12 +10,11 @@
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/binary_value.h"
+#include "ovattribute/impl/nested_value.h"
 #include "ovattribute/impl/visit_elements.h"
 #include "ovattribute/nesting.h"
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
-#include "ovcore/error_composer.h"
-#include "ovserialize/error_codes.h"
 #include "ovserialize/error_info_stream.h"
 #include "ovserialize/savepoint.h"
 #include "ovserialize/simple_date_time_stream.h"
@@ -83,7 +82,7 @@ class ValueWriting {
   /// Of a map or its storage.
   template <class Map>
   void write_map(const Map& map) {
-    if (++m_level > m_limit) throw_too_deep();
+    if (++m_level > m_limit) throw_writing_too_deep(m_limit);
     m_writer.begin_sequence(map.size());
     for (auto entry = map.begin(); entry != map.end(); ++entry) {
       if (entry != map.begin()) m_writer.next_element();
@@ -125,14 +124,6 @@ class ValueWriting {
     ovserialize::write_error_info(m_writer, element);
   }
   void write_element(const AttributeMap& element) { write_map(element); }
-
-  [[noreturn]] void throw_too_deep() const {
-    ovcore::ErrorComposer("Writing maps nested deeper than {@limit}")
-        .add("limit", m_limit)
-        .throw_error(
-            ovserialize::error::ovserialize_writer_depth,
-            {"ovattribute/attribute_value_marshaler", "ovattribute::write_attribute_value()", 0});
-  }
 
   ovserialize::Writer& m_writer;
   const WriteName m_write_name;

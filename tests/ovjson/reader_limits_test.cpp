@@ -28,10 +28,10 @@ TEST(ReaderLimits, LimitsNesting) {
   const auto nested = [](std::size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');
   };
-  EXPECT_EQ(ovtest::rewrite(nested(512)), nested(512));
-  const std::string too_deep = nested(513);
+  EXPECT_EQ(ovtest::rewrite(nested(1040)), nested(1040));
+  const std::string too_deep = nested(1041);
   EXPECT_ERROR(walk(Document(too_deep).reader), error::ovjson_reader,
-               "Objects and arrays nest deeper than 512 [line 1, pos 513]");
+               "Objects and arrays nest deeper than 1040 [line 1, pos 1041]");
   EXPECT_EQ(ovtest::rewrite("[{\"a\":1}]", {.max_depth = 2}), "[{\"a\":1}]");
   EXPECT_ERROR(walk(Document("[{\"a\":[]}]", "", {.max_depth = 2}).reader), error::ovjson_reader,
                "Objects and arrays nest deeper than 2 [line 1, pos 7]");

@@ -311,10 +311,10 @@ TEST(TextWriter, ReplacesInvalidUtf8WhenAsked) {
 
 TEST(TextWriter, LimitsDepthAndSize) {
   Output deep;
-  perform(deep.writer, std::string(512, '['));
+  perform(deep.writer, std::string(1040, '['));
   EXPECT_ERROR(deep.writer.begin_array(), error::ovjson_writer_unexpected_container_begin,
-               "Objects and arrays nest deeper than 512");
-  perform(deep.writer, std::string(512, ']'));
+               "Objects and arrays nest deeper than 1040");
+  perform(deep.writer, std::string(1040, ']'));
   EXPECT_EQ(ovtest::rewrite(deep.closed()), deep.text);
 
   Output out({.max_value_size = 4});

@@ -223,7 +223,7 @@ TEST(Binary, WritersCheckTheirFrames) {
 }
 
 TEST(Binary, NestingIsLimitedOnBothSides) {
-  for (const std::size_t limit : {0, 1, 3, 1024}) {
+  for (const std::size_t limit : {0, 1, 3, 1040}) {
     const Limits limits{.max_depth = limit};
     const Limits wider{.max_depth = limit + 1};
     const std::string message =
@@ -300,7 +300,7 @@ TEST(Binary, SizesAreLimitedOnBothSides) {
 
 TEST(Binary, DefaultLimitsLetThroughWhatTheyName) {
   const Limits limits;
-  EXPECT_EQ(limits.max_depth, 1024u);
+  EXPECT_EQ(limits.max_depth, 1040u);
   EXPECT_EQ(limits.max_binary, 16777216u);
   EXPECT_EQ(limits.max_string, 134217728u);
   const std::string block(limits.max_binary, 'b');
