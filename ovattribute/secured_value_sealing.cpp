@@ -20,17 +20,46 @@ namespace {
 using ovcrypto::Key;
 using MemoryListPtr = SecuredValue::MemoryListPtr;
 
+/// Overwrites what the calls of an operation have left on the stack below it: values that were
+/// read or written have passed there.
+class WipeStackAtEnd {
+ public:
+  WipeStackAtEnd() noexcept = default;
+  WipeStackAtEnd(const WipeStackAtEnd&) = delete;
+  WipeStackAtEnd& operator=(const WipeStackAtEnd&) = delete;
+  ~WipeStackAtEnd() { wipe(); }
+
+ private:
+  [[gnu::noinline]] static void wipe() noexcept {
+    unsigned char below[16384];  // deep enough for maps nested some dozens deep
+    ovcrypto::wipe(below, sizeof below);
+  }
+};
+
+template <class F>
+[[gnu::noinline]] auto call_below(F& f) {
+  return f();
+}
+
+template <class F>
+MemoryListPtr marshal_with(F&& write) {
+  const WipeStackAtEnd wiped;
+  const auto marshal = [&write] {
+    ovserialize::MemoryWriter writer({.wiping = true});
+    write(writer);
+    return writer.detach();
+  };
+  return call_below(marshal);
+}
+
 MemoryListPtr marshal(const AttributeValue& plaintext) {
-  ovserialize::MemoryWriter writer({.wiping = true});
-  write_attribute_value(writer, plaintext);
-  return writer.detach();
+  return marshal_with([&](auto& writer) { write_attribute_value(writer, plaintext); });
 }
 
 // Writes what a Binary value of these bytes would be, without ever making one.
 MemoryListPtr marshal(const Key& plaintext) {
-  ovserialize::MemoryWriter writer({.wiping = true});
-  writer.write_binary(plaintext.data(), plaintext.size());
-  return writer.detach();
+  return marshal_with(
+      [&](auto& writer) { writer.write_binary(plaintext.data(), plaintext.size()); });
 }
 
 ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
@@ -51,27 +80,6 @@ void check_end(ovserialize::Reader& reader) {
       .add("offset", reader.offset())
       .throw_error(ovserialize::error::ovserialize_reader_malformed,
                    {"ovattribute/secured_value", "ovattribute::SecuredValue::extract()", 0});
-}
-
-/// Overwrites what the calls of an operation have left on the stack below it: values that were
-/// read have passed there.
-class WipeStackAtEnd {
- public:
-  WipeStackAtEnd() noexcept = default;
-  WipeStackAtEnd(const WipeStackAtEnd&) = delete;
-  WipeStackAtEnd& operator=(const WipeStackAtEnd&) = delete;
-  ~WipeStackAtEnd() { wipe(); }
-
- private:
-  [[gnu::noinline]] static void wipe() noexcept {
-    unsigned char below[16384];  // deep enough for maps nested some dozens deep
-    ovcrypto::wipe(below, sizeof below);
-  }
-};
-
-template <class F>
-[[gnu::noinline]] auto call_below(F& f) -> decltype(f()) {
-  return f();
 }
 
 // What `open` gives; with an error pointer, its error goes there and the result is empty.

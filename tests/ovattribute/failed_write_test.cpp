@@ -471,12 +471,13 @@ TEST(Savepoint, ForgetsAnEncoderThatGoes) {
 
 TEST(FailedWrite, OfJsonLeavesTheTextAtTheLastWholeValue) {
   const AttributeMap first{{"numbers", AttributeValue{1, 2}}, {"none", AttributeMap()}};
-  const SerializedValue serialized("\xff", list_of(std::string(200, 'x')));
+  const std::string long_text(2001, 'x');
+  const SerializedValue serialized("type", list_of(long_text));
   const AttributeMap bad_cases[] = {
-      map_of({first, {{"bad", "\xff"}}}),
-      map_of({first, {{"double", 0.5}}, {{"bad", AttributeMap{{"\xff", 1}}}}}),
-      map_of({{{"\xff lossless", serialized}}}),
-      map_of({{{"lossless", serialized}}, {{"error", AttributeMap{{"text", chain(2000)}}}}}),
+      map_of({first, {{"bad", long_text}}}),
+      map_of({first, {{"double", 0.5}}, {{"bad", AttributeMap{{long_text, 1}}}}}),
+      map_of({{{"lossless", serialized}}}),
+      map_of({{{"lossless", 0.5}}, {{"error", AttributeMap{{"text", chain(2000)}}}}}),
       map_of({nested(300), nested(600)}),
   };
   for (const std::size_t indent : {0, 2}) {
@@ -484,7 +485,8 @@ TEST(FailedWrite, OfJsonLeavesTheTextAtTheLastWholeValue) {
       const auto write = [&](bool with_bad) {
         std::string text;
         ovcore::StringWriteStream target(text);
-        ovjson::TextWriter writer(target, {.indent = indent, .buffer_size = 1 << 20});
+        ovjson::TextWriter writer(
+            target, {.indent = indent, .max_value_size = 2000, .buffer_size = 1 << 20});
         const auto write_bad = [&] {
           if (with_bad) {
             EXPECT_ANY_THROW(write_attribute_value(writer, bad));

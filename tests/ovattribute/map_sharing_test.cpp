@@ -176,7 +176,7 @@ TEST(MapSharing, WalksThroughASharedMapOnce) {
     const AttributeMap not_equal_either = ways.build(nan, levels, false);
     with([&] {
       EXPECT_EQ(a.hash(), ways.hash(42, levels));
-      EXPECT_EQ(std::hash<AttributeMap>()(a), ways.hash(42, levels));
+      EXPECT_EQ(std::hash<AttributeMap>()(a), std::hash<AttributeMap>()(b));
       EXPECT_TRUE(a == b && b == a);
       EXPECT_EQ(a.compare(b), 0);
       EXPECT_FALSE(a == larger);
