@@ -132,8 +132,8 @@ struct FailingCase {
 };
 
 const char* const size_failure = "Writing a binary block of 101 bytes, the limit is 100";
-const char* const depth_failure = "More than 1024 nested sequences and structures";
-const char* const text_failure = "A string of more than 2000 bytes";
+const char* const depth_failure = "Writing maps nested deeper than 512";
+const char* const text_failure = "Value exceeds 2000 bytes of character data";
 const char* const chain_failure = "An error with more than 511 causes";
 
 // The order of elements is certain, other than that of names.
