@@ -42,16 +42,17 @@ struct JsonWriteOptions {
 };
 
 /// Reads the reader's current value, or at the start its first one. Errors are of code
-/// `ovjson_reader` with the position, also when maps nest deeper than `nesting_limit()`, or those of
-/// the reader.
+/// `ovjson_reader` with the position, also when maps nest deeper than `nesting_limit()`, or those
+/// of the reader.
 [[nodiscard]] OV_EXPORT AttributeValue read_attribute_value(ovjson::Reader& reader,
                                                             const JsonReadOptions& options = {});
 /// The target is unchanged after a failure.
 OV_EXPORT void read_attribute_value(ovjson::Reader& reader, AttributeValue& value,
                                     const JsonReadOptions& options = {});
 
-/// Writes one value. Raises `ovserialize_writer_depth` when maps nest deeper than `nesting_limit()`,
-/// and what the writer raises; then nothing of the value was written, see `ovjson::Savepoint`.
+/// Writes one value. Raises `ovserialize_writer_depth` when maps nest deeper than
+/// `nesting_limit()`, and what the writer raises; then nothing of the value was written, see
+/// `ovjson::Savepoint`.
 OV_EXPORT void write_attribute_value(ovjson::Writer& writer, const AttributeValue& value,
                                      const JsonWriteOptions& options = {});
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes memory in inlined code, lets the library give it back, and uses whole blocks that the library
-// hands out again. Compiled with the address sanitizer, though the library is not: the two must agree
-// on the size of each block.
+// Takes memory in inlined code, lets the library give it back, and uses whole blocks that the
+// library hands out again. Compiled with the address sanitizer, though the library is not: the two
+// must agree on the size of each block.
 #include <cstring>
 #include <string>
 

@@ -309,7 +309,8 @@ TEST(HostileInput, CostsInProportionToItsSize) {
 
 // ------------------------------------------------------------------------------------ nesting --
 
-/// Runs `work` on a small stack. The sanitizers, clang and a lack of optimisation make frames large.
+/// Runs `work` on a small stack. The sanitizers, clang and a lack of optimisation make frames
+/// large.
 void in_small_stack(const std::function<void()>& work) {
 #if defined(__OPTIMIZE__) && !defined(__clang__) && !defined(__SANITIZE_ADDRESS__)
   constexpr std::size_t size = std::size_t{256} << 10;
