@@ -34,9 +34,7 @@ struct Trace {
   const TraceFormatter& formatter;
   unsigned level;
 
-  [[gnu::noinline]] void indented(SourceString text) const {
-    formatter.render_indented(out, level, text);
-  }
+  void indented(SourceString text) const { formatter.render_indented(out, level, text); }
   template <std::integral N>
   void number(N value) const {
     out << SourceString(ovcore::NumberText(value).view());
@@ -48,34 +46,46 @@ struct Trace {
   }
 };
 
-[[gnu::noinline]] void begin_list(const Trace& trace, const TraceFormatter::ListParams& params,
-                                  const ValueTypeId& type, std::size_t count) {
-  if (trace.formatter.show_type()) trace.out << '[' << type << ": ";
-  if (params.show_for_scalar() || count != 1) trace.indented(params.prefix());
+/// What stands around a list.
+struct ListMarks {
+  bool type;
+  bool brackets;
+};
+
+[[gnu::always_inline]] inline ListMarks begin_list(const Trace& trace,
+                                                   const TraceFormatter::ListParams& params,
+                                                   const ValueTypeId& type, std::size_t count) {
+  const ListMarks marks{trace.formatter.show_type(), params.show_for_scalar() || count != 1};
+  if (marks.type) trace.out << '[' << type << ": ";
+  if (marks.brackets) trace.indented(params.prefix());
+  return marks;
 }
 
 /// False at the end, and when this element and those behind it are left out.
-[[gnu::noinline]] bool begin_element(const Trace& trace, const TraceFormatter::ListParams& params,
-                                     std::size_t i, std::size_t count) {
+[[gnu::always_inline]] inline bool begin_element(const Trace& trace,
+                                                 const TraceFormatter::ListParams& params,
+                                                 std::size_t i, std::size_t count) {
   if (i == count) return false;
   if (i == trace.formatter.max_multivalue_count()) return trace.left_out(count - i), false;
   if (i > 0) trace.indented(params.separator());
   return true;
 }
 
-[[gnu::noinline]] void end_list(const Trace& trace, const TraceFormatter::ListParams& params,
-                                std::size_t count) {
-  if (params.show_for_scalar() || count != 1) trace.indented(params.suffix());
-  if (trace.formatter.show_type()) trace.out << ']';
+[[gnu::always_inline]] inline void end_list(const Trace& trace,
+                                            const TraceFormatter::ListParams& params,
+                                            ListMarks marks) {
+  if (marks.brackets) trace.indented(params.suffix());
+  if (marks.type) trace.out << ']';
 }
 
 template <class T, class WriteElement>
 void write_list(const Trace& trace, const TraceFormatter::ListParams& params,
                 std::span<const T> elements, WriteElement&& write_element) {
-  begin_list(trace, params, impl::ValueTypeTraits<T>::type(), elements.size());
+  const ListMarks marks =
+      begin_list(trace, params, impl::ValueTypeTraits<T>::type(), elements.size());
   for (std::size_t i = 0; begin_element(trace, params, i, elements.size()); ++i)
     write_element(elements[i]);
-  end_list(trace, params, elements.size());
+  end_list(trace, params, marks);
 }
 
 /// The size to which a text is cut: no UTF-8 character is split.
@@ -200,7 +210,7 @@ void write_error(const Trace& trace, const impl::ErrorInfoPtr& error) {
                                   unsigned level, std::span<const AttributeMap> maps) {
   Trace trace{out, formatter, level};
   const TraceFormatter::ListParams& params = formatter.list_map();
-  begin_list(trace, params, ValueTypeId::typeAttributeMap, maps.size());
+  const ListMarks marks = begin_list(trace, params, ValueTypeId::typeAttributeMap, maps.size());
   for (std::size_t i = 0; begin_element(trace, params, i, maps.size()); ++i) {
     const impl::NestingGuard guard;
     ++trace.level;
@@ -211,7 +221,7 @@ void write_error(const Trace& trace, const impl::ErrorInfoPtr& error) {
     }
     --trace.level;
   }
-  end_list(trace, params, maps.size());
+  end_list(trace, params, marks);
 }
 
 void write_element(const Trace& trace, bool value) {
