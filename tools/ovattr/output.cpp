@@ -79,12 +79,12 @@ class Output::Target {
         m_stream(ovcore::make_ref_counted<ovcore::FileWriteStream>(descriptor)) {}
 
   void write(std::string_view text) {
+    std::string shown;
     if (m_terminal) {
       Progress::of_process().stop();
-      about_file(m_name, [&] { put(without_controls(text, "\n\t")); });
-    } else {
-      about_file(m_name, [&] { put(text); });
+      shown = without_controls(text, "\n\t");
     }
+    about_file(m_name, [&] { put(m_terminal ? shown : text); });
     Progress::of_process().add_written(text.size());
   }
 
