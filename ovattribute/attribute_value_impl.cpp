@@ -481,7 +481,7 @@ void make_shared_values() {
   (ValueFactory<T>::create_value()->release(), ...);
 }
 
-[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] {
+[[maybe_unused]] const bool g_values_ready = ovcore::impl::at_load([] {
   make_shared_values<bool, long long, std::string, double, ovcore::Uuid, ovuri::UriReference,
                      ovcore::AbsoluteTime, ovcore::RelativeTime, ovcore::SimpleDateTime,
                      BinaryValue, SerializedValue, AttributeMap, SecuredValue, ErrorInfoPtr>();

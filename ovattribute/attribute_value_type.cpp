@@ -43,7 +43,7 @@ const std::string& ValueTypeId::name() const {
 
 namespace {
 
-[[maybe_unused]] const bool g_ready =
+[[maybe_unused]] const bool g_types_ready =
     ovcore::impl::at_load([] { static_cast<void>(ValueTypeId::typeNull.name()); });
 
 }  // namespace

@@ -335,7 +335,7 @@ const AttributeName& serialized_member() {
   return *name;
 }
 
-[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] { serialized_member(); });
+[[maybe_unused]] const bool g_json_ready = ovcore::impl::at_load([] { serialized_member(); });
 
 class JsonWriting {
  public:

@@ -32,10 +32,10 @@ impl::MapStep::Walk& enter_level() {
   return walk;
 }
 
-using Key = std::pair<const void*, const void*>;
+using Storages = std::pair<const void*, const void*>;
 
-struct KeyHash {
-  std::size_t operator()(const Key& key) const noexcept {
+struct StoragesHash {
+  std::size_t operator()(const Storages& key) const noexcept {
     const auto a = reinterpret_cast<std::uintptr_t>(key.first);
     const auto b = reinterpret_cast<std::uintptr_t>(key.second);
     return (a * 31 + b) * 0x9e3779b97f4a7c15 >> 16;
@@ -62,7 +62,7 @@ NestingGuard::~NestingGuard() {
   --t_walk.level;
 }
 
-class MapStep::Memory : public std::unordered_map<Key, std::size_t, KeyHash> {};
+class MapStep::Memory : public std::unordered_map<Storages, std::size_t, StoragesHash> {};
 
 MapStep::Walk& MapStep::enter() {
   Walk& walk = enter_level();
@@ -100,7 +100,7 @@ void MapStep::remember(std::size_t result, const void* a, const void* b) noexcep
   if (!walk.draw()) return;
   try {
     if (walk.memory == nullptr) walk.memory = new Memory();
-    walk.memory->emplace(Key{a, b}, result);
+    walk.memory->emplace(Storages{a, b}, result);
   } catch (const std::bad_alloc&) {
     walk.steps = 0;  // until the next try
   }

@@ -237,7 +237,7 @@ SecuredValue::authenticating_cipher_provider() {
 
 namespace {
 
-[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] {
+[[maybe_unused]] const bool g_ciphers_ready = ovcore::impl::at_load([] {
   static_cast<void>(SecuredValue::default_cipher_provider()->find_cipher(""));  // and all ciphers
 });
 

@@ -41,7 +41,7 @@ TraceFormatter::TraceFormatter() {
 
 namespace {
 
-[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] { TraceFormatter(); });
+[[maybe_unused]] const bool g_formatter_ready = ovcore::impl::at_load([] { TraceFormatter(); });
 
 }  // namespace
 

@@ -62,7 +62,7 @@ const std::string& StringKey::empty_text() noexcept {
 
 namespace {
 
-[[maybe_unused]] const bool g_ready = impl::at_load([] {
+[[maybe_unused]] const bool g_key_table_ready = impl::at_load([] {
   ::pthread_atfork(before_fork, after_fork, after_fork);
   static_cast<void>(StringKey().value());
   process_table();

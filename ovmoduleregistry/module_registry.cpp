@@ -16,7 +16,7 @@ impl::ModuleTable& table() {
   return *modules;
 }
 
-[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] {
+[[maybe_unused]] const bool g_modules_ready = ovcore::impl::at_load([] {
   table();
   ::pthread_atfork([] { table().lock(); }, [] { table().unlock(); }, [] { table().unlock(); });
 });

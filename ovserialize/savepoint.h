@@ -15,7 +15,10 @@ namespace ovserialize {
 class OV_EXPORT Rewindable {
  public:
   Rewindable(const Rewindable&) noexcept {}
-  Rewindable& operator=(const Rewindable&) noexcept { return leave(), *this; }
+  Rewindable& operator=(const Rewindable&) noexcept {
+    leave();
+    return *this;
+  }
 
  protected:
   Rewindable() noexcept = default;

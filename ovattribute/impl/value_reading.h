@@ -140,8 +140,8 @@ class ValueReading {
   }
 
   static bool is_native(int kind) noexcept {
-    using namespace ovserialize;
-    return kind >= item_null && kind <= item_binary && kind != item_unsigned;
+    return kind >= ovserialize::item_null && kind <= ovserialize::item_binary &&
+           kind != ovserialize::item_unsigned;
   }
 
   /// Of an item that says its type.

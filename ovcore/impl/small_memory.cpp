@@ -72,7 +72,7 @@ void SmallMemory::give_to_full(void* memory, std::size_t n) noexcept {
 
 namespace {
 
-[[maybe_unused]] const bool g_ready = at_load([] {
+[[maybe_unused]] const bool g_small_memory_ready = at_load([] {
   SmallMemory::give(SmallMemory::take(1), 1);  // makes `at_end`
   SmallMemory::empty();
 });

@@ -28,7 +28,7 @@ namespace {
 // anyway: each draw goes through the generator that all have in common.
 constinit std::mutex g_mutex;
 
-[[maybe_unused]] const bool g_ready = ovcore::impl::at_load([] {
+[[maybe_unused]] const bool g_libcrypto_ready = ovcore::impl::at_load([] {
   ::pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, [] { g_mutex.unlock(); });
 });
 
