@@ -34,6 +34,13 @@ class Query(unittest.TestCase):
             with self.subTest(pointer):
                 self.assertEqual(self.query(pointer), (0, text, ""))
 
+    def test_prints_all_bytes_in_one_line(self):
+        for size in [0, 2, 1000]:
+            with self.subTest(size):
+                document = b"simple(12), simple(16), simple(16), \"b\", h'%s'" % (b"0a" * size)
+                self.assertEqual(ovattr("query", "-", "/b", "--from", "text", stdin=document),
+                                 (0, " ".join(["0a"] * size) + "\n", ""))
+
     def test_names_what_is_not_there(self):
         for pointer in ["/nothing", "/list/2", "/list/01", "/list/-", "/text/1", "/n/x"]:
             with self.subTest(pointer):

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <limits>
 #include <memory>
 
 #include "ovattribute/json_marshaler.h"
@@ -44,8 +46,12 @@ class Printer {
  private:
   static ovattribute::TraceFormatter plain() {
     using ListParams = ovattribute::TraceFormatter::ListParams;
+    constexpr std::uint32_t no_limit = std::numeric_limits<std::uint32_t>::max();
     ovattribute::TraceFormatter::Composer composer;
     composer.show_type(false)
+        .max_binary_value_dump_bytes(no_limit)
+        .binary_value_dump_line_size(no_limit)
+        .binary_value_dump_prefix("")
         .list_default(ListParams("", ", ", "", false))
         .list_binary_value_dump(ListParams("", ", ", "", false))
         .list_error_info(ListParams("", ", ", "", false));
