@@ -129,6 +129,13 @@ class Carried(Sealing):
             with self.subTest(pointer):
                 self.there_and_back(self.path("d.json"), "--at", pointer)
 
+    def test_maps_as_deep_as_they_may_be(self):
+        self.write("deep.json", '{"a":' * 512 + "1" + "}" * 512)
+        self.seal("deep.json", "once.ovb")
+        self.seal("once.ovb", "twice.ovb")
+        self.run_tool("open", "twice.ovb", "-o", "opened.json", "--key-file", "k")
+        self.run_tool("diff", "deep.json", "opened.json")
+
     def test_show_prints_what_is_known_without_the_key(self):
         self.write("d.json", '{"name": "a secret name"}')
         self.seal("d.json", "sealed.ovb", "--at", "/name", "--annotation", "a note")

@@ -112,7 +112,10 @@ class Visitor {
 
   /// Whether the value has changed.
   bool visit(AttributeValue& value, const Place& place, std::size_t depth) {
-    if (depth > ovattribute::nesting_limit()) raise("Sealed values nest too deep", place.pointer());
+    // Maps may nest to the limit, so there is as much room again for seals around them.
+    if (depth > 2 * ovattribute::nesting_limit()) {
+      raise("Sealed values nest too deep", place.pointer());
+    }
     if (value.type() == ValueTypeId::typeSecured) return visit_secured(value, place, depth);
     if (value.type() == ValueTypeId::typeAttributeMap) return visit_maps(value, place, depth);
     return false;
