@@ -180,6 +180,15 @@ class Diff(unittest.TestCase):
             "+ /new: [AttributeMap: { 'y' => [Integer: {1, 2}]}]",
         ])
 
+    def test_shows_what_differs_behind_what_is_cut(self):
+        with tempfile.TemporaryDirectory() as folder:
+            names = [os.path.join(folder, name) for name in ("a.json", "b.json")]
+            for name, end in zip(names, "12"):
+                with open(name, "w") as file:
+                    file.write('"%s"' % ("x" * 100 + end))
+            self.assertEqual(ovattr("diff", *names)[1], '! : [String: "%s1"] => [String: "%s2"]\n'
+                             % ("x" * 100, "x" * 100))
+
     def test_a_long_pointer_costs_no_more_for_every_name_behind_it(self):
         a = json.dumps({"x" * 2_000_000: {f"a{i}": i for i in range(150_000)}})
         before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime

@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <limits>
 #include <memory>
+#include <ostream>
 #include <set>
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/trace_formatter.h"
@@ -22,11 +26,14 @@ namespace {
 
 using ovattribute::AttributeMap;
 using ovattribute::AttributeValue;
+using ovattribute::TraceFormatter;
 using ovattribute::ValueTypeId;
 
 bool is_map(const AttributeValue& value) {
   return value.type() == ValueTypeId::typeAttributeMap && value.size() == 1;
 }
+
+constexpr std::uint32_t no_limit = std::numeric_limits<std::uint32_t>::max();
 
 /// Unlike `==`, takes a NaN as equal to one of the same bits: both say the same.
 bool same_element(const AttributeValue& a, const AttributeValue& b) {
@@ -39,7 +46,10 @@ bool same_element(const AttributeValue& a, const AttributeValue& b) {
 
 class Difference {
  public:
-  explicit Difference(std::ostream& out) : m_out(out), m_formatter(one_line()) {}
+  explicit Difference(std::ostream& out)
+      : m_out(out),
+        m_cut(cut().compose()),
+        m_whole(cut().max_string_len(no_limit).max_binary_value_dump_bytes(no_limit).compose()) {}
 
   /// One value after the other.
   void compare(ValueSource& a, ValueSource& b) {
@@ -61,16 +71,21 @@ class Difference {
     } else if (a.type() == b.type() && (a.size() != 1 || b.size() != 1)) {
       compare_lists(place, a, b);
     } else if (!same_element(a, b)) {
-      line('!', place, a) << " => ";
-      b.write_trace(m_out, m_formatter, 0);
-      end_line();
+      std::string in_a = traced(a, m_cut);
+      std::string in_b = traced(b, m_cut);
+      if (in_a == in_b) {  // they differ behind what is cut
+        in_a = traced(a, m_whole);
+        in_b = traced(b, m_whole);
+      }
+      line('!', place, in_a + " => " + in_b);
     }
   }
 
-  static ovattribute::TraceFormatter one_line() {
-    using ListParams = ovattribute::TraceFormatter::ListParams;
+  /// One line a value.
+  static TraceFormatter::Composer cut() {
+    using ListParams = TraceFormatter::ListParams;
     const ListParams braces("{", ", ", "}", false);
-    return ovattribute::TraceFormatter::Composer()
+    return TraceFormatter::Composer()
         .line_prefix(" ")
         .indent("")
         .max_multivalue_count(4)
@@ -82,20 +97,23 @@ class Difference {
         .list_binary_value_dump(braces)
         .list_error_info(braces)
         .list_map(ListParams("{", ",", "}", true))
-        .order_names_by_text(true)
-        .compose();
+        .order_names_by_text(true);
   }
 
-  std::ostream& line(char mark, const Place& place, const AttributeValue& value) {
+  static std::string traced(const AttributeValue& value, const TraceFormatter& formatter) {
+    std::ostringstream text;
+    value.write_trace(text, formatter, 0);
+    return std::move(text).str();
+  }
+
+  /// It is printed whatever happens afterwards.
+  void line(char mark, const Place& place, const std::string& text) {
     m_found = true;
     const std::string pointer = m_value + place.pointer();
-    m_out << mark << ' ' << (pointer.empty() ? pointer : plain_or_quoted(pointer)) << ": ";
-    value.write_trace(m_out, m_formatter, 0);
-    return m_out;
+    m_out << mark << ' ' << (pointer.empty() ? pointer : plain_or_quoted(pointer)) << ": " << text
+          << '\n'
+          << std::flush;
   }
-
-  /// The line is whole: it is printed whatever happens.
-  void end_line() { m_out << '\n' << std::flush; }
 
   void compare_maps(const Place& place, const AttributeMap& a, const AttributeMap& b) {
     std::set<std::string> names;
@@ -120,16 +138,15 @@ class Difference {
     if (a != nullptr && b != nullptr) {
       compare(place, *a, *b);
     } else if (a != nullptr) {
-      line('-', place, *a);
-      end_line();
+      line('-', place, traced(*a, m_cut));
     } else if (b != nullptr) {
-      line('+', place, *b);
-      end_line();
+      line('+', place, traced(*b, m_cut));
     }
   }
 
   std::ostream& m_out;
-  const ovattribute::TraceFormatter m_formatter;
+  const TraceFormatter m_cut;  // leaves out what is long
+  const TraceFormatter m_whole;
   std::string m_value;  // which of several, from the second on
   bool m_found = false;
 };
