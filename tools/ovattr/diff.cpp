@@ -33,7 +33,7 @@ bool is_map(const AttributeValue& value) {
   return value.type() == ValueTypeId::typeAttributeMap && value.size() == 1;
 }
 
-constexpr std::uint32_t no_limit = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint32_t all_of_it = std::numeric_limits<std::uint32_t>::max();
 
 /// Unlike `==`, takes a NaN as equal to one of the same bits: both say the same.
 bool same_element(const AttributeValue& a, const AttributeValue& b) {
@@ -49,7 +49,7 @@ class Difference {
   explicit Difference(std::ostream& out)
       : m_out(out),
         m_cut(cut().compose()),
-        m_whole(cut().max_string_len(no_limit).max_binary_value_dump_bytes(no_limit).compose()) {}
+        m_whole(cut().max_string_len(all_of_it).max_binary_value_dump_bytes(all_of_it).compose()) {}
 
   /// One value after the other.
   void compare(ValueSource& a, ValueSource& b) {

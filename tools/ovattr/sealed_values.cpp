@@ -22,7 +22,7 @@ using ovattribute::MutableAttributeMap;
 using ovattribute::SecuredValue;
 using ovattribute::ValueTypeId;
 
-[[noreturn]] void raise(const char* message, const std::string& pointer) {
+[[noreturn]] void raise_at(const char* message, const std::string& pointer) {
   ovcore::ErrorComposer(message)
       .add("pointer", pointer)
       .throw_error(ovattribute::error::ovattribute_invalidParameter,
@@ -114,7 +114,7 @@ class Visitor {
   bool visit(AttributeValue& value, const Place& place, std::size_t depth) {
     // Maps may nest to the limit, so there is as much room again for seals around them.
     if (depth > 2 * ovattribute::nesting_limit()) {
-      raise("Sealed values nest too deep", place.pointer());
+      raise_at("Sealed values nest too deep", place.pointer());
     }
     if (value.type() == ValueTypeId::typeSecured) return visit_secured(value, place, depth);
     if (value.type() == ValueTypeId::typeAttributeMap) return visit_maps(value, place, depth);
@@ -144,7 +144,7 @@ class Visitor {
       std::optional<AttributeValue> inside = m_visit(sealed);
       m_findings.add_authentic(sealed);
       if (!inside) return std::nullopt;
-      if (in_list) raise("An element of a list cannot be opened by itself", place.pointer());
+      if (in_list) raise_at("An element of a list cannot be opened by itself", place.pointer());
       visit(*inside, place, depth + 1);
       return inside;
     } catch (const ovcore::Exception& e) {  // what else fails is found first
@@ -221,7 +221,7 @@ void add_choice_options(CLI::App& command, Choice& choice, const char* at_descri
 std::optional<AttributeValue> visit_one(const std::string& file, const Pointer& pointer,
                                         const AttributeValue& value, const Visit& visit) {
   if (value.type() != ValueTypeId::typeSecured || value.size() != 1) {
-    raise("What is at '{@pointer}' is not a sealed value", pointer.text());
+    raise_at("What is at '{@pointer}' is not a sealed value", pointer.text());
   }
   const auto& sealed = value.get<SecuredValue>();
   return about_file(description(file, pointer.text(), sealed.key_id().instance_id()),
