@@ -5,7 +5,8 @@
 // false, integer numbers, strings and objects; a list of two or more elements is an array. All
 // other values, and those whose JSON would read back as something else, are written as an object of
 // one member, `{"ovserialize": "..."}`, whose string is the value in the text form of the item
-// stream. Strings, and maps with names, that are not UTF-8 are such values.
+// stream. Strings, and maps with names, that are not UTF-8 are such values; but a writer that
+// replaces invalid UTF-8 does so in a single String.
 //
 // Reading changes nothing that this writes, but it does change some documents of others: a fraction
 // comes back in the lossless form, an array of one element as the element, -0 as 0. Nested arrays

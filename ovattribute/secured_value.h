@@ -102,7 +102,7 @@ class OV_EXPORT SecuredValue {
   /// anybody has made up opens with this provider and an empty key, and is called authentic. Open
   /// what comes from elsewhere with `authenticating_cipher_provider`.
   [[nodiscard]] static ovcore::InterfacePtr<const ICipherProvider> default_cipher_provider();
-  /// Knows "EAX_AES128" and "EAX_AES256": what it opens was sealed by who has the key.
+  /// Knows "EAX_AES128" and "EAX_AES256": what it opens was sealed by someone who has the key.
   [[nodiscard]] static ovcore::InterfacePtr<const ICipherProvider> authenticating_cipher_provider();
 
   [[nodiscard]] const std::string& annotation() const noexcept { return m_annotation; }
@@ -114,11 +114,11 @@ class OV_EXPORT SecuredValue {
   /// Opens what was sealed. Raise `ovattribute_value_secured_cipher_unknown` when the provider has
   /// no such cipher, what the cipher raises for a wrong key or changed bytes, and what the reader
   /// raises for a plaintext that is no value; `ovserialize_reader_malformed` also where anything
-  /// follows the value. With an error pointer nothing of this is raised: the
-  /// error is stored there and the result is Null; the pointer becomes null on success.
+  /// follows the value. With an error pointer nothing of this is raised: the error is stored there
+  /// and the result is Null; the pointer becomes null on success.
   ///
   /// WARNING: without a provider these, and those below, take `default_cipher_provider`, under
-  /// which a forged value of the cipher "NULL" is authentic to who has an empty key.
+  /// which a forged value of the cipher "NULL" is authentic under an empty key.
   [[nodiscard]] AttributeValue extract(const ovcrypto::Key& key,
                                        ErrorInfoPtr* error = nullptr) const;
   [[nodiscard]] AttributeValue extract(const ovcrypto::Key& key, const ICipherProvider& provider,

@@ -76,7 +76,7 @@ ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
 /// Whoever sealed it meant all of it.
 void check_end(ovserialize::Reader& reader) {
   if (reader.at_end()) return;
-  ovcore::ErrorComposer("What was sealed goes on behind its value, at offset {@offset}")
+  ovcore::ErrorComposer("More bytes follow the sealed value at offset {@offset}")
       .add("offset", reader.offset())
       .throw_error(ovserialize::error::ovserialize_reader_malformed,
                    {"ovattribute/secured_value", "ovattribute::SecuredValue::extract()", 0});

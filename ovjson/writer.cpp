@@ -110,7 +110,7 @@ Writer::Mark TextWriter::mark() const noexcept {
 void TextWriter::roll_back(const Mark& mark) noexcept {
   if (m_refusal != nullptr || mark.in_string) return;
   if (mark.position < m_passed_on) {
-    m_refusal = "Nothing can be written after a part of a value that failed";
+    m_refusal = "Nothing can be written after part of a failed value was passed on";
     return;
   }
   m_used = static_cast<std::size_t>(mark.position - m_passed_on);

@@ -117,9 +117,9 @@ struct TextWriterOptions {
 /// `..._name`, `..._number`, `..._string`, `..._string_end`, `..._string_data` for calls out of
 /// order and for what is beyond a limit, `..._container` for a document that is not complete,
 /// `..._character` for invalid UTF-8, `ovjson_writer_unsupported_value_inf` and `..._nan`, and
-/// `ovjson_writer` once the target failed or a part of a value that failed went there. All but the
-/// last leave the writer as it was. Numbers are written in one way only, so `ovjson_writer_config`
-/// and the codes below it are not raised.
+/// `ovjson_writer` once the target failed or part of a failed value was passed on to it. All but
+/// the last leave the writer as it was. Numbers are written in one way only, so
+/// `ovjson_writer_config` and the codes below it are not raised.
 class OV_EXPORT TextWriter final : public Writer {
  public:
   /// The writer shares the target.

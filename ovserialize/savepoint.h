@@ -11,7 +11,8 @@
 namespace ovserialize {
 
 /// State that says what a stream holds, such as the announcements of an encoder, and so must go
-/// back when the writer does. A copy takes part in nothing.
+/// back when the writer does. A copy takes part in nothing, and neither does the target of a move:
+/// copy and move nothing under a savepoint.
 class OV_EXPORT Rewindable {
  public:
   Rewindable(const Rewindable&) noexcept {}

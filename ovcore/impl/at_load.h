@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is to be there when the process forks.
+// Making statics before the process can fork.
 #pragma once
 
 namespace ovcore::impl {
 
-/// For the initialiser of a variable: calls `make` when the library is loaded, so that the statics
-/// of functions that it uses are made then. A fork while another thread makes one leaves the child
-/// waiting for it. What fails is made, or fails, when it is needed.
+/// For the initialiser of a variable: calls `make` when the library is loaded, which initialises
+/// the function-local statics that it uses. A process that forks while another thread initialises
+/// one leaves the child waiting for ever. What fails here is tried again when it is needed.
 template <class F>
 bool at_load(F make) noexcept {
   try {

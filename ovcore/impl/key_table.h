@@ -98,8 +98,8 @@ class OV_EXPORT KeyTable {
   /// Gives back a token whose last reference is gone.
   void reclaim(KeyToken* token) noexcept;
   [[nodiscard]] std::size_t size() const noexcept;
-  /// Keep everybody from changing the table, for who forks: in the child nobody is left who would
-  /// give the lock back.
+  /// Keep other threads from changing the table during a fork: the child has no thread that would
+  /// release their lock.
   void lock() noexcept { m_mutex.lock(); }
   void unlock() noexcept { m_mutex.unlock(); }
 

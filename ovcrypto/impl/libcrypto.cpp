@@ -23,9 +23,9 @@
 namespace ovcrypto::impl {
 namespace {
 
-// Held while libcrypto is initialised or may hold locks of its generators. These are the process's,
-// and libcrypto does not give them back in the child of a fork. Threads wait there for each other
-// anyway: each draw goes through the generator that all have in common.
+// Held while libcrypto is initialised or may hold locks of its random generators, which it does not
+// release in the child of a fork. This costs little: each draw takes the lock of the generator that
+// all threads share anyway.
 constinit std::mutex g_mutex;
 
 [[maybe_unused]] const bool g_libcrypto_ready = ovcore::impl::at_load([] {

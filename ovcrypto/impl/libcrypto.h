@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What of libcrypto the whole process has in common. It is initialised, completely, by whoever
-// needs it first: initialised in part it may crash.
+// The parts of libcrypto that the whole process shares. The first use initialises all of them:
+// initialised in part, libcrypto may crash.
 #pragma once
 
 #include <cstddef>

@@ -35,7 +35,7 @@ class ModuleTable {
     return true;
   }
 
-  /// Keep everybody out, for who forks: in the child nobody is left who would give the lock back.
+  /// Keep other threads out during a fork: the child has no thread that would release their lock.
   void lock() noexcept { m_mutex.lock(); }
   void unlock() noexcept { m_mutex.unlock(); }
 

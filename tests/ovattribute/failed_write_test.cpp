@@ -550,9 +550,9 @@ TEST(FailedWrite, OfJsonLeavesTheTextAtTheLastWholeValue) {
 
 TEST(FailedWrite, OfJsonWhoseTextIsGoneIsTheLastOne) {
   for (const std::size_t room : {endless, std::size_t{5000}}) {
-    const char* const message = room == endless
-                                    ? "Nothing can be written after a part of a value that failed"
-                                    : "Nothing can be written after the target failed";
+    const char* const message =
+        room == endless ? "Nothing can be written after part of a failed value was passed on"
+                        : "Nothing can be written after the target failed";
     FailingStream target(room);
     ovjson::TextWriter writer(target, {.buffer_size = 2000});
     writer.begin_array();

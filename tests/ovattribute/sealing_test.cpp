@@ -271,7 +271,7 @@ TEST(Sealing, NothingMayFollowTheValueInside) {
     EXPECT_TRUE(sealed.authenticate(key));
     const bool binary = *plaintext == '4';
     const std::string message =
-        "What was sealed goes on behind its value, at offset " + std::string(binary ? "2" : "1");
+        "More bytes follow the sealed value at offset " + std::string(binary ? "2" : "1");
     const ovcore::ErrorCode& code = ovserialize::error::ovserialize_reader_malformed;
     EXPECT_ERROR(sealed.extract(key), code, message, extract_location);
     if (binary) EXPECT_ERROR(sealed.extract_binary_as_key(key), code, message, extract_location);
