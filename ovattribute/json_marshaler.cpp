@@ -411,7 +411,7 @@ class JsonWriting {
           elements, [](const std::string& text) { return ovcore::is_utf8(text); });
       return write_elements(value, elements, !utf8);
     }
-    // The writer looks at the bytes anyhow, and writes all of a string or nothing.
+    // The writer checks the bytes in any case, and writes a string whole or not at all.
     try {
       write_element(elements.front());
     } catch (const ovcore::Exception& e) {

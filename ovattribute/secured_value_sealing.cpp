@@ -73,7 +73,7 @@ ovcore::InterfacePtr<const SecuredValue::ICipher> find_cipher(
                    {"ovattribute/secured_value", function, 0});
 }
 
-/// Whoever sealed it meant all of it.
+/// Bytes behind the value were sealed with it, so ignoring them would ignore what was meant.
 void check_end(ovserialize::Reader& reader) {
   if (reader.at_end()) return;
   ovcore::ErrorComposer("More bytes follow the sealed value at offset {@offset}")

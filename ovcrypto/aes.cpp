@@ -29,8 +29,8 @@ void xor_bytes(const unsigned char* a, const unsigned char* b, unsigned char* ou
     out[i] = a[i] ^ b[i];
 }
 
-// A block in one register: the processor hands a block that was stored in halves on to who loads it
-// whole only once all before it is done.
+// A block in one register: a load of a whole block that was stored in halves waits until both
+// stores have retired.
 using BlockWords = std::uint64_t __attribute__((vector_size(aes_block_size)));
 
 void xor_block(const unsigned char* a, const unsigned char* b, unsigned char* out) noexcept {

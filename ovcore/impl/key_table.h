@@ -215,7 +215,8 @@ inline std::size_t KeyTable::hash(std::string_view text) const noexcept {
   return fold(m_secret[2] ^ text.size(), fold(a ^ m_secret[1], b ^ state));
 }
 
-/// Adds a reference unless there is none. Acquires the text from who gave the token its first one.
+/// Adds a reference unless there is none. Acquires the text, which the thread that added the first
+/// reference released.
 inline bool KeyTable::hold(KeyToken* token) noexcept {
   std::size_t refs = token->refs.load(std::memory_order_relaxed);
   while (refs != 0) {
