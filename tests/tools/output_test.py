@@ -140,20 +140,57 @@ class Output(InFolder):
         self.assertEqual(stat.S_IMODE(after.st_mode), 0o754)
         self.assertEqual((after.st_uid, after.st_gid), (before.st_uid, before.st_gid))
 
+    def start_in_mounts(self, script):
+        """A shell in the folder that may mount, but not for others; $0 is the tool."""
+        unshare = ["unshare", "-m"] if os.geteuid() == 0 else ["unshare", "-rm"]
+        return subprocess.Popen([*unshare, "bash", "-c", script, TOOL], cwd=self.folder,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def run_in_mounts(self, script):
+        with self.start_in_mounts(script) as process:
+            out, err = process.communicate()
+        if process.returncode == 77 or b"unshare" in err:
+            self.skipTest("mounting is not allowed")
+        return process.returncode, out, err
+
     def test_a_file_mounted_by_itself_is_overwritten(self):
         self.write("in.json", b"[1, 2]")
         self.write("behind.json", b"an older and longer text")
         self.write("old.json", b"")
-        script = '''mount --bind behind.json old.json || exit 77
-                    "$0" convert in.json -o old.json && "$0" convert - -o old.json <<<"[1"'''
-        unshare = ["unshare", "-m"] if os.geteuid() == 0 else ["unshare", "-rm"]
-        done = subprocess.run([*unshare, "bash", "-c", script, TOOL], cwd=self.folder,
-                              capture_output=True)
-        if done.returncode == 77 or b"unshare" in done.stderr:
-            self.skipTest("mounting is not allowed")
-        self.assertEqual(done.returncode, 1)
+        code, _, _ = self.run_in_mounts("""mount --bind behind.json old.json || exit 77
+            "$0" convert in.json -o old.json && "$0" convert - -o old.json <<<"[1" """)
+        self.assertEqual(code, 1)
         self.assertEqual(self.read("behind.json"), b"[1,2]\n")
         self.assertEqual(sorted(os.listdir(self.folder)), ["behind.json", "in.json", "old.json"])
+
+    def test_a_file_is_not_overwritten_without_room_for_all(self):
+        self.write("in.json", json.dumps("x" * 500_000))
+        self.write("old.json", b"")
+        os.mkdir(self.path("small"))
+        code, out, err = self.run_in_mounts("""
+            mount -t tmpfs -o size=100k tmpfs small && echo old > small/f || exit 77
+            mount --bind small/f old.json || exit 77
+            "$0" convert in.json -o old.json; cat old.json""")
+        self.assertEqual((code, out), (0, b"old\n"))
+        self.assertIn(b"No space left on device", err)
+
+    def test_an_interruption_leaves_no_half_of_a_file_that_is_overwritten(self):
+        text = b'"%s"\n' % (b"x" * 20_000_000)
+        self.write("in.json", text)
+        os.mkdir(self.path("shut"))
+        self.write("shut/old.json", b"old")
+        self.write("behind.json", b"old")
+        with self.start_in_mounts("""
+                mount --bind shut shut && mount -o remount,ro,bind shut || exit 77
+                mount --bind behind.json shut/old.json || exit 77
+                exec "$0" convert in.json -o shut/old.json""") as process:
+            while os.stat(self.path("behind.json")).st_size == 3 and process.poll() is None:
+                time.sleep(0.001)
+            process.send_signal(signal.SIGINT)
+            err = process.communicate()[1]
+        if process.returncode == 77 or b"unshare" in err:
+            self.skipTest("mounting is not allowed")
+        self.assertTrue(self.read("behind.json") == text, (process.returncode, err))
 
     def test_a_link_to_standard_output_is_standard_output(self):
         self.write("in.json", b"[1, 2]")

@@ -77,6 +77,15 @@ void sync(int descriptor) {
   if (::fsync(descriptor) != 0 && errno != EINVAL && errno != ENOSYS) fail_writing(errno);
 }
 
+/// Makes room for `size` bytes before the first of the old ones is lost. Not all file systems can.
+void reserve(int descriptor, off_t old_size, off_t size) {
+  if (size == 0 || ::fallocate(descriptor, 0, 0, size) == 0) return;
+  const int reason = errno;
+  if (reason == EOPNOTSUPP || reason == ENOSYS) return;
+  static_cast<void>(::ftruncate(descriptor, old_size));  // some of it may be there
+  fail_writing(reason);
+}
+
 /// A file without a name, where temporary files are kept.
 int open_nameless() {
   std::FILE* const file = std::tmpfile();
@@ -169,14 +178,18 @@ void ReplacedFile::replace() {
 }
 
 void ReplacedFile::overwrite() const {
-  const int target = ::open(m_file.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+  const SignalsHeld held;
+  const int target = ::open(m_file.c_str(), O_WRONLY | O_CLOEXEC);
   if (target < 0) fail_writing(errno);
   const struct Closer {
     ~Closer() { ::close(descriptor); }
     const int descriptor;
   } closer{target};
+  struct stat written;
   struct stat status;
-  if (::fstat(target, &status) == 0 && (status.st_mode & ~(S_IFMT | permissions)) != 0) {
+  if (::fstat(m_descriptor, &written) != 0 || ::fstat(target, &status) != 0) fail_writing(errno);
+  reserve(target, status.st_size, written.st_size);
+  if ((status.st_mode & ~(S_IFMT | permissions)) != 0) {
     ::fchmod(target, status.st_mode & permissions);
   }
   const auto out = ovcore::make_ref_counted<ovcore::FileWriteStream>(target);
@@ -188,6 +201,7 @@ void ReplacedFile::overwrite() const {
     out->write(block, static_cast<std::size_t>(size));
     done += size;
   }
+  if (::ftruncate(target, written.st_size) != 0) fail_writing(errno);
   sync(target);
 }
 

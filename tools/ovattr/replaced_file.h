@@ -41,7 +41,7 @@ class ReplacedFile {
   [[nodiscard]] int descriptor() const noexcept { return m_descriptor; }
   /// Syncs what was written and puts it in the old file's place, with its rights but without its
   /// set-user-id, set-group-id and sticky bits. A file that cannot be replaced, since it is mounted
-  /// by itself or in a folder that cannot be written, is overwritten in place.
+  /// by itself or in a folder that cannot be written, is overwritten in place, once there is room.
   void commit();
 
  private:
