@@ -66,6 +66,11 @@ RefCountedValueImpl<std::string>& shared_empty_string() {
   return *empty;
 }
 
+RefCountedValueImpl<BinaryValue>& shared_empty_block() {
+  static ovcore::StaticInstance<RefCountedValueImpl<BinaryValue>> empty{BinaryValue()};
+  return *empty;
+}
+
 }  // namespace
 
 constinit NeverDestroyed<NullSingleton> g_null_storage;
@@ -410,6 +415,9 @@ ValueBase* ValueFactory<T>::create_value(T element) {
     return new SingleValueImpl<T>(element);
   } else if constexpr (std::same_as<T, std::string>) {
     if (element.empty()) return shared_empty_string().clone();
+    return new RefCountedValueImpl<T>(std::move(element));
+  } else if constexpr (std::same_as<T, BinaryValue>) {
+    if (element.empty()) return shared_empty_block().clone();
     return new RefCountedValueImpl<T>(std::move(element));
   } else if constexpr (ValueTypeTraits<T>::shared) {
     return new RefCountedValueImpl<T>(std::move(element));

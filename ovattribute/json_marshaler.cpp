@@ -182,6 +182,7 @@ class JsonReading {
       set(holder->map, name, value);
     } while (m_walk.next());
     --m_level;
+    impl::MapAccess::trim(holder);
     return impl::MapAccess::adopt(std::move(holder));
   }
 

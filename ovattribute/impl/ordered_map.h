@@ -137,6 +137,9 @@ class OrderedMap {
   }
   void lend_room(void* memory, std::size_t count) noexcept { m_pool.lend(memory, count); }
 
+  /// Entries that can still be added in the room there is.
+  [[nodiscard]] std::size_t spare_room() const noexcept { return m_pool.room(); }
+
   /// Makes room for `count` entries in all, the new ones in one piece.
   void reserve(std::size_t count) {
     if (count > m_size) m_pool.reserve(count - m_size);

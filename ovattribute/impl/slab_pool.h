@@ -95,6 +95,10 @@ class SlabPool {
     return nullptr;
   }
 
+  /// Nodes that the newest slab has not handed out.
+  [[nodiscard]] std::size_t room() const noexcept {
+    return m_newest != nullptr ? m_newest->capacity - m_newest->used : 0;
+  }
   /// Whether nodes were given back that lie between others.
   [[nodiscard]] bool has_gaps() const noexcept { return m_free != nullptr; }
   /// Calls `f` with every node handed out. REQUIRES: no gaps.
@@ -149,9 +153,6 @@ class SlabPool {
     FreeNode* next;
   };
 
-  [[nodiscard]] std::size_t room() const noexcept {
-    return m_newest != nullptr ? m_newest->capacity - m_newest->used : 0;
-  }
   void add_slab(std::size_t capacity) {
     capacity = std::min<std::size_t>(capacity, std::numeric_limits<std::int32_t>::max());
     void* const memory = ovcore::impl::SmallMemory::take(lent_size(capacity));

@@ -52,6 +52,7 @@ class ValueReading {
     const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(count, first_room));
     auto holder = AttributeMapBase::MapHolder::make(room);
     read_entries(holder->map, count, room);
+    MapAccess::trim(holder);
     return holder;
   }
 

@@ -45,6 +45,7 @@ class WordIndex {
     std::uint16_t capacity;
     std::uint16_t level;         // 0: the items are the user's
     WordShortcut shortcut = {};  // of a root with children
+    Page* last = this;           // of a root: the last of the pages with items
 
     Entry* entries() noexcept { return reinterpret_cast<Entry*>(this + 1); }
     const Entry* entries() const noexcept { return reinterpret_cast<const Entry*>(this + 1); }
@@ -124,14 +125,14 @@ class WordIndex {
     std::size_t capacity = first_capacity;
     while (capacity < count && capacity < Capacity)
       capacity *= 2;
-    m_root = m_last = make_page(std::min(capacity, Capacity), 0);
+    m_root = make_page(std::min(capacity, Capacity), 0);
   }
 
   /// Adds a word above all others. REQUIRES: started.
   void append(Word word, void* item) {
     m_root->shortcut.forget();
-    if (!m_last->full()) {
-      m_last->entries()[m_last->count++] = {word, item};
+    if (Page* const last = m_root->last; !last->full()) {
+      last->entries()[last->count++] = {word, item};
     } else {
       append_to_full(word, item);
     }
@@ -142,13 +143,9 @@ class WordIndex {
 
   void clear() noexcept {
     if (m_root != nullptr) destroy(std::exchange(m_root, nullptr));
-    m_last = nullptr;
   }
 
-  void swap(WordIndex& other) noexcept {
-    std::swap(m_root, other.m_root);
-    std::swap(m_last, other.m_last);
-  }
+  void swap(WordIndex& other) noexcept { std::swap(m_root, other.m_root); }
 
  private:
   /// Pages made before anything changes, so that the change itself cannot fail.
@@ -245,7 +242,6 @@ class WordIndex {
   void update_last() noexcept;
 
   Page* m_root = nullptr;
-  Page* m_last = nullptr;  // of the pages with items
 };
 
 template <std::size_t Capacity>
@@ -316,7 +312,7 @@ auto WordIndex<Capacity>::enlarge_root() -> Page* {
   Page* const larger = make_page(std::min<std::size_t>(2 * m_root->capacity, Capacity), 0);
   m_root->part(0, *larger);
   free_page(m_root);
-  m_root = m_last = larger;
+  m_root = larger;
   return larger;
 }
 
@@ -349,7 +345,6 @@ void WordIndex<Capacity>::erase(Word word) noexcept {
   }
   if (m_root->count == 0) {
     free_page(std::exchange(m_root, nullptr));
-    m_last = nullptr;
     return;
   }
   while (m_root->level > 0 && m_root->count == 1)
@@ -359,9 +354,10 @@ void WordIndex<Capacity>::erase(Word word) noexcept {
 
 template <std::size_t Capacity>
 void WordIndex<Capacity>::update_last() noexcept {
-  m_last = m_root;
-  while (m_last->level > 0)
-    m_last = m_last->child(m_last->count - 1);
+  Page* page = m_root;
+  while (page->level > 0)
+    page = page->child(page->count - 1);
+  m_root->last = page;
 }
 
 }  // namespace ovattribute::impl

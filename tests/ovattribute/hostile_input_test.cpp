@@ -83,6 +83,16 @@ void read_coded(std::string_view bytes) {
   while (!reader.at_end())
     static_cast<void>(read_attribute_value(reader, decoder));
 }
+void read_coded_value(std::string_view bytes) {
+  read_and_use([bytes] {
+    MemoryReader reader(bytes.data(), bytes.size());
+    AttributeNameDecoder decoder(nullptr, false);
+    decoder.read_decoder_mappings(reader);
+    AttributeValue value;
+    read_attribute_value(reader, decoder, value);
+    return value;
+  });
+}
 void read_text(std::string_view text) {
   read_and_use([text] {
     ovcore::MemoryReadStream stream(text.data(), text.size());
@@ -177,8 +187,19 @@ std::string error_of_marks() {
   });
 }
 
+/// A map that announces 32 entries and has fewer, each a name of one byte or two and an empty
+/// Binary.
+std::string coded_map(std::size_t entries) {
+  std::string result = from_hex("9f1820");
+  for (std::size_t i = 0; i < entries; ++i)
+    result += bytes_of([i](ovserialize::Writer& writer) { writer << i; }) + from_hex("40");
+  return result + "\xff";
+}
+
 std::vector<Shape> shapes() {
   const std::string end = "\xff";
+  const std::string coded_maps =
+      from_hex("f1f0d8255000112233445566778899aabbccddeeffe0f830f2") + list("ec");
   const std::string map_head = from_hex("ecf09f1b7fffffffffffffff");
   const std::string levels = repeated(from_hex("f0616decf0"), 500);
   const std::string package_head = from_hex("f1d8255000112233445566778899aabbccddeeff9f1a7fffffff");
@@ -217,6 +238,13 @@ std::vector<Shape> shapes() {
          });
        },
        end + "\xf2"},
+
+      // Maps that announce more than they hold, by just more than a step of their growth.
+      {"coded maps of five", read_coded_value, coded_maps, each(coded_map(5)), end},
+      {"coded maps of seven", read_coded_value, coded_maps, each(coded_map(7)), end},
+      {"coded maps of nine", read_coded_value, coded_maps, each(coded_map(9)), end},
+      {"coded maps of seventeen", read_coded_value, coded_maps, each(coded_map(17)), end},
+      {"maps of one empty Binary", read_binary, list("ec"), each(from_hex("f06040")), end},
 
       {"text of Strings", read_text, "simple(3), [_ 0", each(",\"\""), "]"},
       {"text of maps", read_text, "simple(12), [_ 0", each(",[_ 0]"), "]"},
