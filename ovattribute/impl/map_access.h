@@ -13,11 +13,13 @@ struct MapAccess {
 
   static AttributeMap adopt(Holder holder) noexcept { return AttributeMap(std::move(holder)); }
 
-  /// Gives room back that was made for more entries than came: for half as many, or four of six.
-  /// For the only holder.
+  /// Gives room back that was made for more entries than came: for half as many again, or for four
+  /// of six. For the only holder. The names of large maps take so many bytes of input that there it
+  /// does not matter.
   static void trim(Holder& holder) {
-    const AttributeMapBase::Map& map = holder->map;
-    if (2 * map.spare_room() > map.size() + 4) move_to_exact_room(holder);
+    constexpr std::size_t most_trimmed = 512;
+    const std::size_t size = holder->map.size();
+    if (2 * holder->map.spare_room() > size + 4 && size <= most_trimmed) move_to_exact_room(holder);
   }
 
  private:
