@@ -14,21 +14,13 @@
 
 #include "ovjson/reader.h"
 #include "tests/ovjson/json_testing.h"
+#include "tests/support/sanitized.h"
 
 namespace ovjson {
 namespace {
 
-// Sanitizers take memory and time of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
-
 #ifdef __OPTIMIZE__
-constexpr std::uint64_t default_mib = sanitized ? 16 : 2048;
+constexpr std::uint64_t default_mib = ovtest::sanitized ? 16 : 2048;
 #else
 constexpr std::uint64_t default_mib = 16;
 #endif
@@ -85,7 +77,7 @@ TEST(LongDocument, IsWalkedInLittleMemory) {
   std::printf("%.1f MiB of text, %llu values, peak memory %.1f MiB\n",
               static_cast<double>((times + 1) * repeated.size()) / (1 << 20),
               static_cast<unsigned long long>(values), static_cast<double>(peak) / 1024);
-  EXPECT_TRUE(sanitized || peak < 64u << 10);
+  EXPECT_TRUE(ovtest::sanitized || peak < 64u << 10);
 }
 
 }  // namespace
