@@ -7,6 +7,8 @@ import tempfile
 import unittest
 
 TOOL = os.path.abspath(sys.argv.pop(1))
+with open(TOOL, "rb") as program:
+    SANITIZED = b"__asan_init" in program.read()
 ISO_CODES = "/usr/share/iso-codes/json"
 
 
