@@ -518,7 +518,7 @@ TEST(FailedWrite, OfJsonLeavesTheTextAtTheLastWholeValue) {
       {map_of({nested(300), nested(600)}), depth_failure},
   };
   for (const std::size_t indent : {0, 2}) {
-    for (const auto& [bad, failure] : bad_cases) {
+    for (const BadCase& bad : bad_cases) {
       const auto write = [&](bool with_bad) {
         std::string text;
         ovcore::StringWriteStream target(text);
@@ -526,7 +526,7 @@ TEST(FailedWrite, OfJsonLeavesTheTextAtTheLastWholeValue) {
             target, {.indent = indent, .max_value_size = 2000, .buffer_size = 1 << 20});
         const auto write_bad = [&] {
           if (with_bad) {
-            EXPECT_EQ(failure_of([&] { write_attribute_value(writer, bad); }), failure);
+            EXPECT_EQ(failure_of([&] { write_attribute_value(writer, bad.map); }), bad.failure);
           }
         };
         write_bad();
