@@ -66,5 +66,7 @@ int main() {
     error = e.info();
   }
   const AttributeValue error_value(error);
-  look(&uuid, &error_value);
+  // No object of ours lies there.
+  const char stray[] = "12345678";
+  look(&uuid, stray);
 }
