@@ -27,6 +27,13 @@ constexpr unsigned max_destruction_levels = 64;
 thread_local unsigned t_destruction_level = 0;
 thread_local Holder* t_doomed = nullptr;
 
+/// Of a holder and the room beside it.
+constexpr std::size_t size_with_room(std::size_t room) noexcept {
+  using Map = AttributeMapBase::Map;
+  return (sizeof(Holder) + Map::room_alignment - 1) / Map::room_alignment * Map::room_alignment +
+         room;
+}
+
 constinit impl::NeverDestroyed<Holder> g_empty_holder(Holder::Permanent{});
 
 }  // namespace
@@ -42,7 +49,7 @@ Holder::~MapHolder() = default;
 
 void Holder::operator delete(MapHolder* holder, std::destroying_delete_t) noexcept {
   if (t_destruction_level >= max_destruction_levels) {
-    holder->m_next_doomed = t_doomed;
+    holder->map.keep_at_end(t_doomed);
     t_doomed = holder;
     return;
   }
@@ -50,7 +57,7 @@ void Holder::operator delete(MapHolder* holder, std::destroying_delete_t) noexce
   holder->destroy();
   // Only the outermost level, or the stack would grow with every one that waits.
   while (t_destruction_level == 1 && t_doomed != nullptr) {
-    std::exchange(t_doomed, t_doomed->m_next_doomed)->destroy();
+    std::exchange(t_doomed, static_cast<Holder*>(t_doomed->map.kept_at_end()))->destroy();
   }
   --t_destruction_level;
 }
@@ -64,19 +71,16 @@ void Holder::operator delete(void* memory, std::size_t size) noexcept {
 }
 
 void Holder::destroy() noexcept {
-  const std::size_t size = m_size;
+  const std::size_t room = map.size_of_lent_room();
   this->~MapHolder();
-  SmallMemory::give(this, size);
+  SmallMemory::give(this, room > 0 ? size_with_room(room) : sizeof(MapHolder));
 }
 
-ovcore::RefCountPtr<Holder> Holder::make(std::size_t room) {
-  constexpr std::size_t size =
-      (sizeof(MapHolder) + Map::room_alignment - 1) / Map::room_alignment * Map::room_alignment;
-  const std::size_t whole = size + Map::room_size(room);
-  auto* const memory = static_cast<std::byte*>(SmallMemory::take(whole));
+ovcore::RefCountPtr<Holder> Holder::make(std::size_t room, bool for_copy) {
+  const std::size_t room_size = Map::room_size(room, for_copy);
+  auto* const memory = static_cast<std::byte*>(SmallMemory::take(size_with_room(room_size)));
   auto* const holder = ::new (static_cast<void*>(memory)) MapHolder();
-  holder->m_size = whole;
-  holder->map.lend_room(memory + size, room);
+  holder->map.lend_room(memory + size_with_room(0), room, for_copy);
   return ovcore::RefCountPtr<MapHolder>::adopt(holder);
 }
 
@@ -84,15 +88,17 @@ ovcore::RefCountPtr<Holder> Holder::make(std::size_t room) {
 ovcore::RefCountPtr<Holder> Holder::clone() const {
   constexpr std::size_t most_beside = 64;
   if (map.size() > most_beside) return ovcore::make_ref_counted<MapHolder>(map);
-  ovcore::RefCountPtr<MapHolder> copy = make(std::max(map.size(), Map::default_room));
-  copy->map.append_all(map);
+  ovcore::RefCountPtr<MapHolder> copy =
+      make(std::max(map.size(), Map::default_room), map.size() >= Map::lent_from);
+  copy->map.copy_from(map);
   return copy;
 }
 
 AttributeMapBase::AttributeMapBase() noexcept : m_pImpl(sm_pEmptyImpl) {}
 
 bool AttributeMapBase::is_shared() const noexcept {
-  return m_pImpl && !m_pImpl->has_unique_ref();
+  if (map().is_lent()) impl::MapStep::note_lent();
+  return m_pImpl && (!m_pImpl->has_unique_ref() || impl::MapStep::has_met_lent());
 }
 
 std::size_t AttributeMapBase::hash() const {
@@ -250,10 +256,7 @@ ovcore::RefCountPtr<Holder> MutableAttributeMap::prepare_modify() {
 }
 
 MutableAttributeMap& MutableAttributeMap::add(const AttributeName& name, AttributeValue value) {
-  change([&](Map& map) {
-    const auto [position, inserted] = map.try_emplace(name, std::move(value));
-    if (!inserted) position->second.swap(value);
-  });
+  change([&](Map& map) { map.set(name, value); });
   return *this;
 }
 

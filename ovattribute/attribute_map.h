@@ -54,8 +54,10 @@ class OV_EXPORT AttributeMapBase {
   class OV_EXPORT MapHolder final : public ovcore::RefCounted {
    public:
     MapHolder() noexcept = default;
-    /// A holder with room for a few entries beside it, in the same piece of memory.
-    [[nodiscard]] static ovcore::RefCountPtr<MapHolder> make(std::size_t room = Map::default_room);
+    /// A holder with room for a few entries beside it, in the same piece of memory; `for_copy`: of
+    /// another map.
+    [[nodiscard]] static ovcore::RefCountPtr<MapHolder> make(std::size_t room = Map::default_room,
+                                                             bool for_copy = false);
     /// For the empty holder, which is static.
     struct Permanent {};
     explicit constexpr MapHolder(Permanent) noexcept : RefCounted(2) {}
@@ -78,9 +80,6 @@ class OV_EXPORT AttributeMapBase {
 
    private:
     void destroy() noexcept;
-
-    MapHolder* m_next_doomed = nullptr;
-    std::size_t m_size = sizeof(MapHolder);  // bytes, with what lies beside it
   };
 
   /// Shares the other's holder.

@@ -85,7 +85,15 @@ bool MapStep::Walk::draw() noexcept {
 bool MapStep::remembers(const ValueBase& maps) noexcept {
   using List = RefCountedValueImpl<AttributeMap>;
   return t_walk.remembers() && typeid(maps) == typeid(List) &&
-         static_cast<const List&>(maps).is_shared();
+         (t_walk.has_met_lent || static_cast<const List&>(maps).is_shared());
+}
+
+void MapStep::note_lent() noexcept {
+  t_walk.has_met_lent = true;
+}
+
+bool MapStep::has_met_lent() noexcept {
+  return t_walk.has_met_lent;
 }
 
 const std::size_t* MapStep::find(const void* a, const void* b) noexcept {

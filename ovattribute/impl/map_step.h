@@ -34,6 +34,11 @@ class MapStep {
   /// The same for a value of maps: a list with several owners, whose maps may have one.
   [[nodiscard]] static bool remembers(const ValueBase& maps) noexcept;
 
+  /// Says that the map the operation is in shows what other maps show, too. From then on anything
+  /// may be met again, whoever owns it.
+  static void note_lent() noexcept;
+  [[nodiscard]] static bool has_met_lent() noexcept;
+
   /// What was remembered for the storage or the pair, or null.
   [[nodiscard]] static const std::size_t* find(const void* a, const void* b = nullptr) noexcept;
   static void remember(std::size_t result, const void* a, const void* b = nullptr) noexcept;
@@ -45,12 +50,14 @@ class MapStep {
     std::size_t level = 0;
     std::size_t open_steps = 0;
     std::size_t steps = 0;  // of the operation
+    bool has_met_lent = false;
     Memory* memory = nullptr;
     std::uint64_t random = 1;
 
     [[nodiscard]] bool remembers() const noexcept { return steps > steps_before_memory; }
     void end() noexcept {
       steps = 0;
+      has_met_lent = false;
       if (memory != nullptr) forget();
     }
     void forget() noexcept;

@@ -6,7 +6,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <new>
 #include <utility>
 
@@ -18,8 +17,8 @@ namespace ovattribute::impl {
 /// is given back is handed out again first. Knows nothing of the nodes' contents: whoever uses it
 /// destroys them, then calls `clear`.
 ///
-/// The first nodes of a slab have a tag of one byte each, the slab's first eight of which are
-/// looked at together.
+/// The first eight nodes of a slab have a tag of one byte each, which are looked at together. A
+/// slab that was made with marks has one bit for each node.
 template <class Node>
 class SlabPool {
  public:
@@ -29,28 +28,41 @@ class SlabPool {
   SlabPool() noexcept = default;
   SlabPool(const SlabPool&) = delete;
   SlabPool& operator=(const SlabPool&) = delete;
-  ~SlabPool() { clear(); }
+  ~SlabPool() {
+    while (m_newest != nullptr)
+      drop_newest();
+  }
 
   /// Bytes that `lend` needs for a number of nodes.
-  [[nodiscard]] static constexpr std::size_t lent_size(std::size_t count) noexcept {
-    return sizeof(Slab) + count * sizeof(Node);
+  [[nodiscard]] static constexpr std::size_t lent_size(std::size_t count, bool marked) noexcept {
+    return sizeof(Slab) + count * sizeof(Node) + (marked ? (count + 63) / 64 * sizeof(Marks) : 0);
   }
   /// Room for the first nodes in memory that outlives the pool, aligned as `alignment`. REQUIRES:
   /// the pool is empty.
   static constexpr std::size_t alignment = std::max(alignof(Node), alignof(void*));
-  void lend(void* memory, std::size_t count) noexcept {
-    m_newest = ::new (memory) Slab{nullptr, 0, 0, static_cast<std::uint32_t>(count), true};
+  void lend(void* memory, std::size_t count, bool marked) noexcept {
+    m_newest = ::new (memory) Slab(nullptr, count, marked, true);
+  }
+
+  /// The size of the memory that was lent; 0 when there was none.
+  [[nodiscard]] std::size_t size_of_lent() const noexcept {
+    Slab* oldest = m_newest;
+    while (oldest != nullptr && oldest->older != nullptr)
+      oldest = oldest->older;
+    if (oldest == nullptr || !oldest->is_lent) return 0;
+    return lent_size(oldest->capacity, oldest->is_marked);
   }
 
   /// Makes the next `count` nodes neighbours. Raises `std::bad_alloc`, as `take` does.
-  void reserve(std::size_t count) {
-    if (count > room()) add_slab(count);
+  void reserve(std::size_t count, bool marked = false) {
+    if (count > room()) add_slab(count, marked);
   }
 
   /// `in_use`: nodes handed out so far; the pool doubles with them.
   [[nodiscard]] void* take(std::size_t in_use) {
     if (m_free != nullptr) return std::exchange(m_free, m_free->next);
-    if (room() == 0) add_slab(m_newest == nullptr ? first_slab : std::max(second_slab, in_use));
+    if (room() == 0)
+      add_slab(m_newest == nullptr ? first_slab : std::max(second_slab, in_use), false);
     return m_newest->node(m_newest->used++);
   }
   /// Takes the next `count` in one piece, for which `reserve` made room; null where there is none.
@@ -61,23 +73,25 @@ class SlabPool {
     return first;
   }
   void give_back(void* node) noexcept {
-    if (m_newest->used > 0 && node == m_newest->node(m_newest->used - 1)) {
+    if (is_newest(static_cast<const Node*>(node))) {
       if (--m_newest->used == 0 && !m_newest->is_lent) drop_newest();
     } else {
       m_free = ::new (node) FreeNode{m_free};
     }
   }
 
-  /// Gives a node its tag. REQUIRES: no more than eight nodes were ever in use together.
-  void set_tag(const void* node, std::uint8_t tag) noexcept {
+  /// Gives a node its tag, if it is one of the first eight of its slab.
+  void set_tag(const Node* node, std::uint8_t tag) noexcept {
     Slab* slab = m_newest;
     while (!slab->holds(node))
       slab = slab->older;
-    const unsigned shift =
-        8 * static_cast<unsigned>(static_cast<const Node*>(node) - slab->node(0));
+    const auto place = static_cast<std::size_t>(node - slab->node(0));
+    if (place >= sizeof slab->tags) return;
+    const std::size_t shift = 8 * place;
     slab->tags = (slab->tags & ~(std::uint64_t{0xff} << shift)) | std::uint64_t{tag} << shift;
   }
-  /// The node with that tag for which `f` is true, or null. REQUIRES: no gaps, and all have tags.
+  /// The node with that tag for which `f` is true, or null. REQUIRES: no gaps, at most eight nodes,
+  /// and all have tags.
   template <class F>
   [[nodiscard]] Node* find_tagged(std::uint8_t tag, F&& f) const noexcept {
     constexpr std::uint64_t ones = ~std::uint64_t{0} / 0xff;
@@ -95,19 +109,39 @@ class SlabPool {
     return nullptr;
   }
 
+  using Marks = std::uint64_t;
+  /// The marks of the newest slab, 64 nodes to a word from the lowest bit on; null if it has none.
+  [[nodiscard]] Marks* marks() const noexcept {
+    return m_newest != nullptr && m_newest->is_marked ? m_newest->marks() : nullptr;
+  }
+  /// The first node of the newest slab. REQUIRES: there is one.
+  [[nodiscard]] Node* row() const noexcept { return m_newest->node(0); }
+
   /// Nodes that the newest slab has not handed out.
   [[nodiscard]] std::size_t room() const noexcept {
     return m_newest != nullptr ? m_newest->capacity - m_newest->used : 0;
   }
+  /// Whether it is the one that was handed out last of the newest slab.
+  [[nodiscard]] bool is_newest(const Node* node) const noexcept {
+    return m_newest->used > 0 && node == m_newest->node(m_newest->used - 1);
+  }
   /// Whether nodes were given back that lie between others.
   [[nodiscard]] bool has_gaps() const noexcept { return m_free != nullptr; }
-  /// Calls `f` with every node handed out. REQUIRES: no gaps.
-  template <class F>
-  void for_each(F&& f) const noexcept {
+  /// Of nodes that ascend from the oldest slab to the newest, the last for which `precedes` is
+  /// true, or null. REQUIRES: no gaps.
+  template <class Precedes>
+  [[nodiscard]] Node* bisect(Precedes&& precedes) const noexcept {
     for (Slab* slab = m_newest; slab != nullptr; slab = slab->older) {
-      for (std::uint32_t i = 0; i < slab->used; ++i)
-        f(slab->node(i));
+      Node* low = slab->node(0);
+      if (slab->used == 0 || !precedes(low)) continue;
+      for (std::size_t count = slab->used; count > 1;) {
+        const std::size_t half = count / 2;
+        low = precedes(low + half) ? low + half : low;
+        count -= half;
+      }
+      return low;
     }
+    return nullptr;
   }
 
   /// Takes over the nodes of `other`, which is left empty. REQUIRES: neither is empty, and `other`
@@ -121,8 +155,9 @@ class SlabPool {
   }
 
   void clear() noexcept {
-    while (m_newest != nullptr)
+    while (m_newest != nullptr && !m_newest->is_lent)
       drop_newest();
+    if (m_newest != nullptr) m_newest->start();
     m_free = nullptr;
   }
   void swap(SlabPool& other) noexcept {
@@ -132,36 +167,52 @@ class SlabPool {
 
  private:
   static constexpr std::size_t second_slab = 4;
+  static constexpr std::size_t largest_slab = (std::size_t{1} << 30) - 1;
   static_assert(alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 
-  /// Followed in memory by its nodes, of which the first `used` are handed out or on the free list.
+  /// Followed in memory by its nodes, of which the first `used` are handed out or on the free list,
+  /// and its marks.
   struct alignas(Node) Slab {
+    Slab(Slab* before, std::size_t room, bool with_marks, bool is_lent_to_us) noexcept
+        : older(before),
+          capacity(static_cast<std::uint32_t>(room)),
+          is_marked(with_marks),
+          is_lent(is_lent_to_us) {
+      start();
+    }
+    void start() noexcept {
+      used = 0;
+      if (is_marked) std::fill_n(marks(), (capacity + 63) / 64, Marks{0});
+    }
+
     Slab* older;
-    std::uint64_t tags;  // of the first eight, from the lowest byte on
+    std::uint64_t tags = 0;  // of the first eight, from the lowest byte on
     std::uint32_t used;
-    std::uint32_t capacity : 31;
-    bool is_lent : 1;
+    std::uint32_t capacity : 30;
+    std::uint32_t is_marked : 1;
+    std::uint32_t is_lent : 1;
 
     Node* node(std::size_t i) noexcept { return reinterpret_cast<Node*>(this + 1) + i; }
-    bool holds(const void* memory) noexcept {
+    Marks* marks() noexcept { return reinterpret_cast<Marks*>(node(capacity)); }
+    bool holds(const Node* memory) noexcept {
       const auto offset =
           reinterpret_cast<std::uintptr_t>(memory) - reinterpret_cast<std::uintptr_t>(this);
-      return offset < lent_size(capacity);
+      return offset < lent_size(capacity, false);
     }
   };
   struct FreeNode {
     FreeNode* next;
   };
 
-  void add_slab(std::size_t capacity) {
-    capacity = std::min<std::size_t>(capacity, std::numeric_limits<std::int32_t>::max());
-    void* const memory = ovcore::impl::SmallMemory::take(lent_size(capacity));
-    m_newest = ::new (memory)
-        Slab{m_newest, 0, 0, static_cast<std::uint32_t>(capacity) & 0x7fffffff, false};
+  void add_slab(std::size_t capacity, bool marked) {
+    capacity = std::min(capacity, largest_slab);
+    void* const memory = ovcore::impl::SmallMemory::take(lent_size(capacity, marked));
+    m_newest = ::new (memory) Slab(m_newest, capacity, marked, false);
   }
   void drop_newest() noexcept {
     Slab* const slab = std::exchange(m_newest, m_newest->older);
-    if (!slab->is_lent) ovcore::impl::SmallMemory::give(slab, lent_size(slab->capacity));
+    if (slab->is_lent) return;
+    ovcore::impl::SmallMemory::give(slab, lent_size(slab->capacity, slab->is_marked));
   }
 
   Slab* m_newest = nullptr;

@@ -9,7 +9,6 @@
 #include <new>
 #include <utility>
 
-#include "ovattribute/impl/word_shortcut.h"
 #include "ovcore/impl/small_memory.h"
 
 namespace ovattribute::impl {
@@ -17,9 +16,8 @@ namespace ovattribute::impl {
 /// A B+-tree from distinct words to pointers that it does not own. Pages are half full at least,
 /// save those that lost entries again: a page is given back when it is empty and not before, so
 /// memory is bound by the largest number of entries held. Searches are free of branches that
-/// depend on the words; when there are many of them, a hash table is made for them. Every operation
-/// but `insert` and `append` never throws; those raise `std::bad_alloc` and then leave the index as
-/// it was.
+/// depend on the words. Every operation but `insert` and `append` never throws; those raise
+/// `std::bad_alloc` and then leave the index as it was.
 template <std::size_t Capacity>
 class WordIndex {
  public:
@@ -43,9 +41,8 @@ class WordIndex {
   struct alignas(Entry) Page {
     std::uint32_t count;
     std::uint16_t capacity;
-    std::uint16_t level;         // 0: the items are the user's
-    WordShortcut shortcut = {};  // of a root with children
-    Page* last = this;           // of a root: the last of the pages with items
+    std::uint16_t level;  // 0: the items are the user's
+    Page* last = this;    // of a root: the last of the pages with items
 
     Entry* entries() noexcept { return reinterpret_cast<Entry*>(this + 1); }
     const Entry* entries() const noexcept { return reinterpret_cast<const Entry*>(this + 1); }
@@ -93,11 +90,13 @@ class WordIndex {
 
   [[nodiscard]] bool empty() const noexcept { return m_root == nullptr; }
 
-  /// The item of `word`, one of `count`; null when the word is absent. REQUIRES: not empty.
-  [[nodiscard]] void* find(Word word, std::size_t count) const noexcept {
-    if (m_root->level == 0) return find_in_page(*m_root, word);
-    if (WordShortcut::Table* table = m_root->shortcut.table()) return table->find(word);
-    return walk_down(word, count);
+  /// The item of `word`; null when the word is absent. REQUIRES: not empty.
+  [[nodiscard]] void* find(Word word) const noexcept {
+    const Page* page = m_root;
+    while (page->level > 0)
+      page = page->child(child_for(*page, word));
+    const Entry& candidate = page->entries()[rank_in_page<false>(*page, word)];
+    return candidate.word == word ? candidate.item : nullptr;
   }
 
   /// Looks for `word` and for the place where it belongs. REQUIRES: not empty.
@@ -130,7 +129,6 @@ class WordIndex {
 
   /// Adds a word above all others. REQUIRES: started.
   void append(Word word, void* item) {
-    m_root->shortcut.forget();
     if (Page* const last = m_root->last; !last->full()) {
       last->entries()[last->count++] = {word, item};
     } else {
@@ -196,21 +194,6 @@ class WordIndex {
     }
     free_page(page);
   }
-  static void* find_in_page(const Page& page, Word word) noexcept {
-    const Entry& candidate = page.entries()[rank_in_page<false>(page, word)];
-    return candidate.word == word ? candidate.item : nullptr;
-  }
-  [[gnu::noinline]] void* walk_down(Word word, std::size_t count) const noexcept;
-  /// False when the table does not take all words below the page.
-  static bool enter(const Page& page, WordShortcut::Table& table) noexcept {
-    for (std::size_t i = 0; i < page.count; ++i) {
-      const Entry& entry = page.entries()[i];
-      if (!(page.level > 0 ? enter(*page.child(i), table) : table.insert(entry.word, entry.item)))
-        return false;
-    }
-    return true;
-  }
-
   template <bool OrEqual>
   static bool precedes(Word a, Word b) noexcept {
     return OrEqual ? a <= b : a < b;
@@ -245,15 +228,6 @@ class WordIndex {
 };
 
 template <std::size_t Capacity>
-void* WordIndex<Capacity>::walk_down(Word word, std::size_t count) const noexcept {
-  m_root->shortcut.count_search(count, [this](auto& table) { return enter(*m_root, table); });
-  const Page* page = m_root;
-  while (page->level > 0)
-    page = page->child(child_for(*page, word));
-  return find_in_page(*page, word);
-}
-
-template <std::size_t Capacity>
 void WordIndex<Capacity>::append_to_full(Word word, void* item) {
   Path path;
   for (Page* page = m_root;; page = page->child(page->count - 1)) {
@@ -266,7 +240,6 @@ void WordIndex<Capacity>::append_to_full(Word word, void* item) {
 
 template <std::size_t Capacity>
 void WordIndex<Capacity>::insert(const Path& path, Word word, void* item) {
-  m_root->shortcut.forget();
   Page* page = path.pages[0];
   if (page->full() && page->capacity < Capacity) page = enlarge_root();
   if (!page->full()) {
@@ -331,7 +304,6 @@ std::size_t WordIndex<Capacity>::where_to_part(const Path& path) const noexcept 
 
 template <std::size_t Capacity>
 void WordIndex<Capacity>::erase(Word word) noexcept {
-  m_root->shortcut.forget();
   Path path;
   seek(word, path);
   std::size_t level = 0;

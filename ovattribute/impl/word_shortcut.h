@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finding the words of an index by their hash, once it is worth it.
+// Finding the words of a map by their hash, once it is worth it.
 #pragma once
 
 #include <algorithm>
@@ -12,12 +12,12 @@
 
 namespace ovattribute::impl {
 
-/// A hash table beside an index, from its words to its items. It is made after a quarter as many
+/// A hash table beside a map, from its words to its items. It is made after a quarter as many
 /// searches as there are words, which took about as long as making it takes; so it never more than
-/// doubles what searching costs, and an index that nobody searches has none. Where there is no
-/// memory, or words collide too often, the index does without.
+/// doubles what searching costs, and a map that nobody searches has none. Where there is no
+/// memory, or words collide too often, the map does without.
 ///
-/// One thread at a time may change the index and call `forget`; many may search. One of those makes
+/// One thread at a time may change the map and call `forget`; many may search. One of those makes
 /// the table, while the others go on without it.
 class WordShortcut {
  public:
@@ -101,6 +101,13 @@ class WordShortcut {
     const auto next =
         table != nullptr ? reinterpret_cast<std::uintptr_t>(table.release()) : counting;
     m_state.store(next, std::memory_order_release);
+  }
+
+  /// Of maps that nobody searches meanwhile.
+  void swap(WordShortcut& other) noexcept {
+    const std::uintptr_t state = m_state.load(std::memory_order_relaxed);
+    m_state.store(other.m_state.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    other.m_state.store(state, std::memory_order_relaxed);
   }
 
   /// What was counted and made no longer holds.

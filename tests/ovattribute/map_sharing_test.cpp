@@ -163,6 +163,24 @@ const TwoWays two_ways[] = {
                            {name(1), shared ? inner : own_copy(inner)}};
      },
      hash_of_two},
+    {"two maps of which one shows what the other has",
+     [](const AttributeMap& inner, std::size_t, bool) {
+       MutableAttributeMap one{{name(0), inner}};
+       for (int i = 1; i < 20; ++i)
+         one.add(name(i), i);
+       MutableAttributeMap other = one;
+       other.add(name(19), 100);
+       return AttributeMap{{name(0), one}, {name(1), other}};
+     },
+     [](std::size_t inner, std::size_t n0, std::size_t n1) {
+       const auto hash = [=](std::size_t last) {
+         std::size_t h = n0 ^ inner;
+         for (std::size_t i = 1; i < 20; ++i)
+           h = h * 5 + (name(i).hash() ^ (i < 19 ? i : last));
+         return h;
+       };
+       return (n0 ^ hash(19)) * 5 + (n1 ^ hash(100));
+     }},
 };
 
 TEST(MapSharing, WalksThroughASharedMapOnce) {

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <limits>
 #include <map>
+#include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -333,6 +334,143 @@ TYPED_TEST(OrderedMapTest, IsAsItWasWhenAnythingThrows) {
     expect_strong_guarantee<TypeParam>(size, [&](TypeParam& map) { map = TypeParam(map); });
     expect_strong_guarantee<TypeParam>(size, [&](TypeParam& map) { map.reserve(1000); });
   }
+}
+
+template <class Map>
+void set(Map& map, Word key, Word value) {
+  Spy spy(value);
+  map.set(Spy(key), spy);
+}
+
+template <class Map>
+Map appended(std::size_t size) {
+  Map map;
+  for (Word key = 0; key < size; ++key)
+    map.append(Spy(2 * key), Spy(key));
+  return map;
+}
+
+TYPED_TEST(OrderedMapTest, CopiesAgreeWithStdMapWhicheverChanges) {
+  struct Pair {
+    TypeParam map;
+    std::map<Word, Word> oracle;
+  };
+  std::mt19937_64 random(11);
+  for (const std::size_t size : {11, 12, 64, 65, 200}) {
+    SCOPED_TRACE(size);
+    std::vector<Pair> pairs(4);
+    for (int step = 0; step < 600; ++step) {
+      Pair& pair = pairs[random() % pairs.size()];
+      const Pair& other = pairs[random() % pairs.size()];
+      const Word key = random() % (2 * size + 3);
+      const Word value = random() % 1000;
+      switch (const std::uint64_t what = random() % 32) {
+        case 0:
+          pair = {appended<TypeParam>(size), {}};
+          for (Word i = 0; i < size; ++i)
+            pair.oracle[2 * i] = i;
+          break;
+        case 1:
+          pair.map.assign_all(other.map);
+          for (const auto& entry : Pair(other).oracle)
+            pair.oracle[entry.first] = entry.second;
+          break;
+        case 2:
+          if (const auto it = pair.map.find(Spy(key)); it != pair.map.end()) {
+            Spy spy(value);
+            swap(it->second, spy);
+            pair.oracle[key] = value;
+          }
+          break;
+        case 3:
+          pair.map.clear();
+          pair.oracle.clear();
+          break;
+        case 4:
+        case 5:
+          ASSERT_EQ(pair.map.erase(Spy(key)), pair.oracle.erase(key));
+          break;
+        default:
+          if (what < 14) {
+            pair = Pair(other);
+          } else {
+            set(pair.map, what < 30 ? key & ~Word{1} : key, value);
+            pair.oracle[what < 30 ? key & ~Word{1} : key] = value;
+          }
+      }
+      for (const Pair& each : pairs) {
+        const TypeParam& map = each.map;
+        ASSERT_EQ(map.size(), each.oracle.size());
+        auto entry = map.begin();
+        for (const auto& expected : each.oracle) {
+          ASSERT_EQ(entry->first.word(), expected.first) << "step " << step;
+          ASSERT_EQ(entry->second.word(), expected.second) << "step " << step;
+          ++entry;
+        }
+        EXPECT_EQ(map.count(Spy(key)), each.oracle.count(key));
+      }
+    }
+  }
+}
+
+TYPED_TEST(OrderedMapTest, CopiesAreAsTheyWereWhenAnythingThrows) {
+  using Change = void (*)(TypeParam&);
+  const Change changes[] = {
+      [](TypeParam& map) { set(map, 20, 1); },
+      [](TypeParam& map) { set(map, 21, 1); },
+      [](TypeParam& map) { map.erase(Spy(20)); },
+      [](TypeParam& map) { static_cast<void>(map.begin()); },
+      [](TypeParam& map) {
+        TypeParam copy(map), changed(copy);
+        set(changed, 2, 3);
+      },
+  };
+  for (const Change change : changes) {
+    for (const int changed : {0, 1, 2}) {  // nothing, the copy, the copy whose original is gone
+      for (const bool fail_copies : {false, true}) {
+        bool done = false;
+        for (std::uint64_t n = 0; !done; ++n) {
+          auto original = std::make_unique<TypeParam>(appended<TypeParam>(40));
+          TypeParam copy(*original);
+          if (changed > 0) set(copy, 10, 77);
+          if (changed > 1) original.reset();
+          const auto words = [](const TypeParam& map) {
+            std::vector<Word> all;
+            for (const auto& entry : map)
+              all.insert(all.end(), {entry.first.word(), entry.second.word()});
+            return all;
+          };
+          const std::vector<Word> before = words(copy);
+          done = succeeds([&] { change(copy); }, n, fail_copies);
+          if (!done) {
+            ASSERT_EQ(words(copy), before) << "failure " << n;
+          }
+          if (original != nullptr) {
+            ASSERT_EQ(words(*original), words(appended<TypeParam>(40)));
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(OrderedMap, ACopyCopiesNoEntryUntilSomethingMayWriteWithoutAsking) {
+  const auto copies_of = [](const Default& map) {
+    Spy::sm_copies_allowed = 1000;
+    Default copy(map);
+    set(copy, 2, 7);
+    const std::uint64_t made = 1000 - std::exchange(Spy::sm_copies_allowed, max_word);
+    return made;
+  };
+  Default map = appended<Default>(100);
+  EXPECT_EQ(copies_of(map), 1u);
+  EXPECT_EQ(copies_of(map), 1u);
+  const auto held = map.find(Spy(4));
+  EXPECT_EQ(copies_of(map), 200u);
+  Default copy(map);
+  Spy spy(5);
+  swap(held->second, spy);
+  EXPECT_EQ(std::as_const(copy).find(Spy(4))->second.word(), 2u);
 }
 
 TEST(OrderedMap, InsertKeepsAndAssignReplaces) {
