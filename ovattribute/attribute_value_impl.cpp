@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstdint>
 #include <iterator>
+#include <limits>
 #include <new>
 #include <stdexcept>
 
@@ -244,23 +245,19 @@ RefCountedValueImpl<T>::RefCountedValueImpl(std::span<const T> elements) : RefCo
 template <class T>
 RefCountedValueImpl<T>::~RefCountedValueImpl() {
   remove_all();
-  if (this->m_begin != local()) std::allocator<T>().deallocate(this->m_begin, capacity());
+  ::operator delete(outside());
 }
 
 template <class T>
 void RefCountedValueImpl<T>::release() noexcept {
-  if (m_refs.decrement()) destroy();
-}
-
-template <class T>
-void RefCountedValueImpl<T>::destroy() noexcept {
-  StorageBlock* const block = m_block;
-  if (block == nullptr) {
+  if (!m_refs.decrement()) return;
+  const std::size_t offset = m_refs.kept();
+  if (offset == 0) {
     delete this;
     return;
   }
   this->~RefCountedValueImpl();
-  block->let_go(1);
+  StorageBlock::around(this, offset)->let_go(1);
 }
 
 template <class T>
@@ -306,7 +303,8 @@ void RefCountedValueImpl<T>::reserve(std::size_t wanted) {
 
 template <class T>
 void RefCountedValueImpl<T>::push_back(T element) {
-  if (this->m_end == m_limit) relocate(std::max<std::size_t>(4, 2 * capacity()));
+  const std::size_t room = capacity();
+  if (this->elements().size() == room) relocate(std::max<std::size_t>(4, 2 * room));
   std::construct_at(this->m_end, std::move(element));
   ++this->m_end;
 }
@@ -323,16 +321,19 @@ void RefCountedValueImpl<T>::trim() noexcept {
 
 template <class T>
 void RefCountedValueImpl<T>::relocate(std::size_t wanted) {
-  static_assert(std::is_nothrow_move_constructible_v<T>);
-  T* const target = wanted > 1 ? std::allocator<T>().allocate(wanted) : local();
-  T* const source = this->m_begin;
-  const std::size_t old_capacity = capacity();
-  T* const end = std::uninitialized_move(source, this->m_end, target);
-  std::destroy(source, this->m_end);
-  if (source != local()) std::allocator<T>().deallocate(source, old_capacity);
+  static_assert(std::is_nothrow_move_constructible_v<T> && alignof(T) <= sizeof(std::size_t));
+  T* target = local();
+  if (wanted > 1) {
+    constexpr std::size_t most = std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T);
+    if (wanted > most) throw std::bad_array_new_length();
+    void* const memory = ::operator new(sizeof(std::size_t) + wanted * sizeof(T));
+    target = reinterpret_cast<T*>(::new (memory) std::size_t(wanted) + 1);
+  }
+  T* const end = std::uninitialized_move(this->m_begin, this->m_end, target);
+  std::destroy(this->m_begin, this->m_end);
+  ::operator delete(outside());
   this->m_begin = target;
   this->m_end = end;
-  m_limit = target + std::max<std::size_t>(wanted, 1);
 }
 
 template <class T>
@@ -459,6 +460,7 @@ OV_EXPORT ValueBase* ValueFactory<NullValueType>::create_list(std::span<const Nu
 
 template const NullValueType& ValueTypeTraitsBase<NullValueType>::default_value();
 template class TypedValue<NullValueType>;
+static_assert(sizeof(RefCountedValueImpl<std::string>) == 72);
 
 #define OV_INSTANTIATE(T)                                    \
   template const T& ValueTypeTraitsBase<T>::default_value(); \

@@ -260,7 +260,10 @@ class OV_EXPORT TypedValue : public ValueBase {
   T* m_end;
 };
 
-class StorageBlock;
+/// Where a storage lies in a `StorageBlock`: bytes from its beginning; 0 on the heap.
+struct InBlock {
+  std::uint16_t offset = 0;
+};
 
 /// Any number of elements, shared between handles. The first element has its place inside the
 /// object, so that a scalar string is one allocation besides its text.
@@ -268,22 +271,19 @@ template <class T>
 class OV_EXPORT RefCountedValueImpl final : public TypedValue<T> {
  public:
   // Member functions must not be called before the base exists.
-  RefCountedValueImpl() noexcept
+  explicit RefCountedValueImpl(InBlock place = {}) noexcept
       : TypedValue<T>(reinterpret_cast<T*>(m_local), reinterpret_cast<T*>(m_local)),
-        m_limit(local() + 1) {}
+        m_refs(1, place.offset) {}
   explicit RefCountedValueImpl(T element) noexcept
       : RefCountedValueImpl(std::in_place, std::move(element)) {}
   /// One element, made in place.
-  template <class... Args>
-  explicit RefCountedValueImpl(std::in_place_t, Args&&... args) : RefCountedValueImpl() {
-    std::construct_at(local(), std::forward<Args>(args)...);
-    ++this->m_end;
-  }
-  /// The same, in a place of the block.
   template <class Arg>
-  RefCountedValueImpl(StorageBlock& block, Arg&& arg)
-      : RefCountedValueImpl(std::in_place, std::forward<Arg>(arg)) {
-    m_block = &block;
+  RefCountedValueImpl(std::in_place_t, Arg&& arg)
+      : RefCountedValueImpl(InBlock(), std::forward<Arg>(arg)) {}
+  template <class Arg>
+  RefCountedValueImpl(InBlock place, Arg&& arg) : RefCountedValueImpl(place) {
+    std::construct_at(local(), std::forward<Arg>(arg));
+    ++this->m_end;
   }
   explicit RefCountedValueImpl(std::span<const T> elements);
   ~RefCountedValueImpl() override;
@@ -305,17 +305,15 @@ class OV_EXPORT RefCountedValueImpl final : public TypedValue<T> {
 
  private:
   T* local() noexcept { return reinterpret_cast<T*>(m_local); }
-  std::size_t capacity() const noexcept {
-    return static_cast<std::size_t>(m_limit - this->m_begin);
+  /// More than one element lie in memory that begins with their capacity.
+  std::size_t* outside() noexcept {
+    return this->m_begin == local() ? nullptr : reinterpret_cast<std::size_t*>(this->m_begin) - 1;
   }
+  std::size_t capacity() noexcept { return outside() == nullptr ? 1 : *outside(); }
   void relocate(std::size_t capacity);
   void remove_all() noexcept;
 
-  void destroy() noexcept;
-
-  ovcore::AtomicRefCount m_refs;
-  T* m_limit;                       // end of the place for elements
-  StorageBlock* m_block = nullptr;  // of which this object has a place; null on the heap
+  ovcore::AtomicRefCount m_refs;  // keeps the offset in the block
   alignas(T) std::byte m_local[sizeof(T)];
 };
 

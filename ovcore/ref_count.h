@@ -7,6 +7,7 @@
 #include <atomic>
 #include <compare>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -15,31 +16,41 @@
 
 namespace ovcore {
 
-/// A reference count that starts at one.
+/// A reference count that starts at one, and 16 bits that its owner keeps there for good. The other
+/// 48 cannot overflow: every reference is a pointer somewhere in the 47 bits of address space.
 class AtomicRefCount {
  public:
   constexpr AtomicRefCount() noexcept = default;
-  explicit constexpr AtomicRefCount(std::size_t count) noexcept : m_count(count) {}
+  explicit constexpr AtomicRefCount(std::uint64_t count, std::uint16_t kept = 0) noexcept
+      : m_word(count | std::uint64_t{kept} << count_bits) {}
   AtomicRefCount(const AtomicRefCount&) = delete;
   AtomicRefCount& operator=(const AtomicRefCount&) = delete;
 
-  void increment() noexcept { m_count.fetch_add(1, std::memory_order_relaxed); }
+  [[nodiscard]] std::uint16_t kept() const noexcept {
+    return static_cast<std::uint16_t>(m_word.load(std::memory_order_relaxed) >> count_bits);
+  }
+  void increment() noexcept { m_word.fetch_add(1, std::memory_order_relaxed); }
 
   /// True when the count reached zero: the caller now owns the object alone.
   [[nodiscard]] bool decrement() noexcept {
     // The only holder needs no atomic write: nobody else is left who could change the count.
     if (has_unique_ref()) return true;
-    return m_count.fetch_sub(1, std::memory_order_acq_rel) == 1;
+    return is_one(m_word.fetch_sub(1, std::memory_order_acq_rel));
   }
 
   /// True when the caller holds the only reference. Acquires what other holders did before they
   /// let go, so that the object may then be changed in place.
   [[nodiscard]] bool has_unique_ref() const noexcept {
-    return m_count.load(std::memory_order_acquire) == 1;
+    return is_one(m_word.load(std::memory_order_acquire));
   }
 
  private:
-  std::atomic<std::size_t> m_count{1};
+  static constexpr int count_bits = 48;
+  static constexpr bool is_one(std::uint64_t word) noexcept {
+    return word << (64 - count_bits) == std::uint64_t{1} << (64 - count_bits);
+  }
+
+  std::atomic<std::uint64_t> m_word{1};
 };
 
 /// Base of objects that are shared through `RefCountPtr`. A new object has one reference.
@@ -57,7 +68,7 @@ class OV_EXPORT RefCounted {
  protected:
   constexpr RefCounted() noexcept = default;
   /// A static object that is never destroyed has a reference of its own, besides those in handles.
-  explicit constexpr RefCounted(std::size_t references) noexcept : m_refs(references) {}
+  explicit constexpr RefCounted(std::uint64_t references) noexcept : m_refs(references) {}
   virtual ~RefCounted() = default;
 
  private:

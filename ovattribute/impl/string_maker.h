@@ -30,8 +30,15 @@ class StorageBlock {
     void* const memory = ovcore::impl::SmallMemory::take(size_of(capacity));
     return ::new (memory) StorageBlock(capacity);
   }
-  [[nodiscard]] void* place(std::size_t index) noexcept {
-    return reinterpret_cast<std::byte*>(this + 1) + index * sizeof(Storage);
+  [[nodiscard]] static StorageBlock* around(void* storage, std::size_t offset) noexcept {
+    return reinterpret_cast<StorageBlock*>(static_cast<std::byte*>(storage) - offset);
+  }
+  /// One place into it.
+  template <class Arg>
+  [[nodiscard]] Storage* put(std::size_t index, Arg&& arg) {
+    const std::size_t offset = size_of(index);
+    return ::new (reinterpret_cast<std::byte*>(this) + offset)
+        Storage(InBlock{static_cast<std::uint16_t>(offset)}, std::forward<Arg>(arg));
   }
   void let_go(std::uint32_t places) noexcept {
     if (m_in_use.load(std::memory_order_acquire) == places ||
@@ -71,8 +78,7 @@ class StringMaker {
   [[nodiscard]] ValueBase* make(Text&& text) {
     if (text.empty()) return create_string({});
     if (m_left == 0) add_block();
-    auto* const storage = ::new (m_block->place(m_capacity - m_left))
-        StorageBlock::Storage(*m_block, std::forward<Text>(text));
+    auto* const storage = m_block->put(m_capacity - m_left, std::forward<Text>(text));
     --m_left;
     return storage;
   }
