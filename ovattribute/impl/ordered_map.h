@@ -367,8 +367,10 @@ template <class Key, class Value, class WordOf, std::size_t SmallLimit, std::siz
 auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::find_node(Word word) const noexcept
     -> Node* {
   if (m_size <= SmallLimit && m_index.empty()) return find_in_small(word);
-  if (WordShortcut::Table* table = m_shortcut.table()) {
-    return static_cast<Node*>(table->find(word));
+  if (m_size > PageCapacity) {
+    if (WordShortcut::Table* table = m_shortcut.table()) {
+      return static_cast<Node*>(table->find(word));
+    }
   }
   return find_in_large(word);
 }
@@ -385,6 +387,10 @@ auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::find_in_large(
     });
   }
   if (!m_index.empty()) return static_cast<Node*>(m_index.find(word));
+  if (m_is_in_order) {
+    Node* const last = m_pool.bisect([word](const Node* node) { return word_of(node) <= word; });
+    return last != nullptr && word_of(last) == word ? last : nullptr;
+  }
   Link* const link = not_below(word);
   return link != &m_end && word_of(link) == word ? static_cast<Node*>(link) : nullptr;
 }
