@@ -201,8 +201,7 @@ class JsonReading {
 
   [[gnu::noinline]] static void set(AttributeMapBase::Map& map, AttributeName& name,
                                     AttributeValue& value) {
-    const auto [position, inserted] = map.try_emplace(std::move(name), std::move(value));
-    if (!inserted) position->second.swap(value);
+    map.set(std::move(name), value);
   }
 
   void enter_map() {

@@ -191,8 +191,14 @@ class OrderedMap {
     const std::pair<Node*, bool> added = add(std::forward<K>(key), std::forward<Args>(value)...);
     return {iterator(added.first), added.second};
   }
+  /// The same for those who need no iterator: the map may lend its entries afterwards.
+  template <class K, class... Args>
+  bool add_new(K&& key, Args&&... value) {
+    return add(std::forward<K>(key), std::forward<Args>(value)...).second;
+  }
   /// Sets a key to a value, and the value to what the key had or to what is left after a move.
-  void set(const Key& key, Value& value);
+  template <class K>
+  void set(K&& key, Value& value);
 
   /// Adds an entry. REQUIRES: its key is above all others. The fastest way, for merges and readers.
   template <class K, class... Args>
@@ -443,10 +449,11 @@ auto OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::add(K&& key, Args
 }
 
 template <class Key, class Value, class WordOf, std::size_t SmallLimit, std::size_t PageCapacity>
-void OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::set(const Key& key, Value& value) {
+template <class K>
+void OrderedMap<Key, Value, WordOf, SmallLimit, PageCapacity>::set(K&& key, Value& value) {
   Node* const node = lent() != nullptr ? find_node(WordOf()(key)) : nullptr;
   if (node == nullptr) {
-    const std::pair<Node*, bool> added = add(key, std::move(value));
+    const std::pair<Node*, bool> added = add(std::forward<K>(key), std::move(value));
     if (!added.second) std::ranges::swap(added.first->entry.second, value);
     return;
   }

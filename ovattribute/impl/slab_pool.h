@@ -110,9 +110,11 @@ class SlabPool {
   }
 
   using Marks = std::uint64_t;
-  /// The marks of the newest slab, 64 nodes to a word from the lowest bit on; null if it has none.
+  /// The marks of the only slab, 64 nodes to a word from the lowest bit on; null if it has none or
+  /// there are several.
   [[nodiscard]] Marks* marks() const noexcept {
-    return m_newest != nullptr && m_newest->is_marked ? m_newest->marks() : nullptr;
+    const bool has_marks = m_newest != nullptr && m_newest->is_marked && m_newest->older == nullptr;
+    return has_marks ? m_newest->marks() : nullptr;
   }
   /// The first node of the newest slab. REQUIRES: there is one.
   [[nodiscard]] Node* row() const noexcept { return m_newest->node(0); }

@@ -88,7 +88,7 @@ class ValueReading {
 
   [[gnu::noinline]] static void add_entry(AttributeMapBase::Map& map, AttributeName& name,
                                           AttributeValue& value) {
-    map.try_emplace(std::move(name), std::move(value));
+    map.add_new(std::move(name), std::move(value));
   }
 
   [[gnu::noinline]] ValueBase* read_maps() {

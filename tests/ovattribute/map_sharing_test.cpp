@@ -12,6 +12,9 @@
 #include <vector>
 
 #include "ovattribute/attribute_map.h"
+#include "ovattribute/json_marshaler.h"
+#include "ovserialize/memory_reader.h"
+#include "ovserialize/memory_writer.h"
 #include "tests/ovattribute/map_testing.h"
 #include "tests/support/allocations.h"
 
@@ -112,6 +115,23 @@ AttributeMap own_copy(const AttributeMap& map) {
   MutableAttributeMap copy = map;
   static_cast<void>(copy.begin());
   return copy;
+}
+
+TEST(MapSharing, MapsThatWereAddedToOrReadAreCopiedAsBytes) {
+  MutableAttributeMap added;
+  for (int i = 0; i < 100; ++i)
+    added.add(name(i), 1000 + i);
+  ovserialize::MemoryWriter writer;
+  writer << added;
+  ovserialize::MemoryReader reader(writer.memory_list());
+  const AttributeMap maps[] = {added, AttributeMap(reader),
+                               parse_json(to_json(added)).get<AttributeMap>()};
+  for (const AttributeMap& map : maps) {
+    MutableAttributeMap copy = map;
+    EXPECT_LE(ovtest::allocations_of([&] { copy.add(name(5), 7000); }), 6u);
+    EXPECT_EQ(copy.query(name(5)), AttributeValue(7000));
+    EXPECT_EQ(map, added);
+  }
 }
 
 /// Two ways from a map to the next, and so 2^n to the last of n.
