@@ -16,7 +16,7 @@ import gdb.printing
 # impl::ValueBase with impl::TypedValue: virtual table, type, range of the elements.
 STORAGE_TYPE, STORAGE_BEGIN, STORAGE_END = 8, 16, 24
 # AttributeMapBase::MapHolder and the list of its entries, whose end lies in the holder.
-HOLDER_LIST_END, HOLDER_SIZE = 16, 32
+HOLDER_LIST_END, HOLDER_SIZE = 16, 32  # the size in 4 bytes
 ENTRY_NEXT, ENTRY_NAME, ENTRY_VALUE = 8, 16, 24
 # impl::KeyToken, ErrorInfo and the text behind a UriReference.
 TOKEN_TEXT = 16
@@ -56,8 +56,8 @@ def memory(address, size):
     return bytes(gdb.selected_inferior().read_memory(address, size)) if size else b""
 
 
-def word(address, signed=False):
-    return int.from_bytes(memory(address, 8), "little", signed=signed)
+def word(address, size=8, signed=False):
+    return int.from_bytes(memory(address, size), "little", signed=signed)
 
 
 def quoted(address, size):
@@ -146,7 +146,7 @@ def name_text(address):
 
 def map_text(address):
     holder = word(address)
-    size = word(holder + HOLDER_SIZE) if holder else 0
+    size = word(holder + HOLDER_SIZE, 4) if holder else 0
     return f"AttributeMap of {count(size, 'attribute', 'attributes')}"
 
 
@@ -168,7 +168,7 @@ def map_entries(address):
         return
     end = holder + HOLDER_LIST_END
     entry = word(end + ENTRY_NEXT)
-    for i in range(word(holder + HOLDER_SIZE)):
+    for i in range(word(holder + HOLDER_SIZE, 4)):
         token = word(entry + ENTRY_NAME)
         text = token + TOKEN_TEXT
         name = memory(word(text), word(text + 8)).decode("utf-8", "backslashreplace") \
