@@ -4,14 +4,13 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <new>
 #include <optional>
 #include <utility>
 
 #include "ovcore/utf8.h"
 #include "ovserialize/impl/decode.h"
-#include "ovserialize/impl/key_cache.h"
 #include "ovserialize/impl/raise.h"
+#include "ovserialize/impl/window.h"
 
 namespace ovserialize {
 namespace {
@@ -19,9 +18,6 @@ namespace {
 constexpr impl::RaiseSite binary_reader_site(const char* function) {
   return {"ovserialize/binary_reader", function};
 }
-
-// A reader that meets fewer names has no use for a cache.
-constexpr unsigned keys_before_cache = 16;
 
 const char* name_of_mark(unsigned char byte) noexcept {
   return byte == impl::byte_sequence_end ? "the end of a sequence" : "the end of a structure";
@@ -47,17 +43,8 @@ int BinaryReader::item_kind() {
   return kind < impl::kind_of_simple ? kind : kind_of_more(kind);
 }
 
-// A token of a name beyond the first few hundred: worth a short cut.
-inline bool BinaryReader::at_tagged_unsigned() const noexcept {
-  constexpr unsigned char tag_of_two_bytes = impl::major_tag | 25;
-  static_assert(impl::tag_unsigned > 0xff && impl::tag_unsigned <= 0xffff);
-  return in_window() >= tagged_head && *m_cursor == tag_of_two_bytes &&
-         impl::load_big<std::uint16_t>(m_cursor + 1) == impl::tag_unsigned;
-}
-
 // Where the first byte does not tell.
 int BinaryReader::kind_of_more(int kind) {
-  if (at_tagged_unsigned()) return item_unsigned;
   const std::size_t size = impl::head_size(*m_cursor);
   if (!has(size)) return item_none;
   const std::uint64_t argument = impl::load_argument(m_cursor);
@@ -70,15 +57,7 @@ bool BinaryReader::at_end() {
 }
 
 // The head that follows `skipped` bytes which stand in the window.
-inline BinaryReader::Head BinaryReader::peek_head(std::size_t skipped) {
-  if (in_window() < skipped + impl::max_head) return peek_head_slow(skipped);
-  const unsigned char* const head = m_cursor + skipped;
-  const std::size_t size = impl::head_size(*head);
-  if (size == 0) throw_malformed(impl::reason_against(*head), position() + skipped);
-  return {*head, static_cast<std::uint8_t>(size), impl::load_argument(head)};
-}
-
-BinaryReader::Head BinaryReader::peek_head_slow(std::size_t skipped) {
+BinaryReader::Head BinaryReader::peek_head(std::size_t skipped) {
   if (!has(skipped + 1)) throw_truncated();
   const unsigned char initial = m_cursor[skipped];
   const std::size_t size = impl::head_size(initial);
@@ -142,7 +121,7 @@ std::uint64_t BinaryReader::get_unsigned(std::uint64_t max) {
   } else if (*m_cursor == impl::byte_unsigned && has(2) && m_cursor[1] >= impl::simple_two_bytes) {
     value = m_cursor[1] - std::uint64_t{impl::unsigned_bias};
     size = 2;
-  } else if (!at_tagged_unsigned() && item_kind() != item_unsigned) {
+  } else if (item_kind() != item_unsigned) {
     throw_other(impl::kind_name(item_unsigned));
   } else {
     const std::size_t tag_size = impl::head_size(*m_cursor);
@@ -169,16 +148,6 @@ double BinaryReader::get_double() {
     default:
       return std::bit_cast<double>(head.argument);
   }
-}
-
-// The size of a text whose head is one byte and that stands whole in the window; else npos.
-inline std::size_t BinaryReader::short_text() const noexcept {
-  if (m_cursor == m_end || (*m_cursor & impl::major_mask) != impl::major_text) {
-    return std::string_view::npos;
-  }
-  const std::size_t size = *m_cursor & impl::info_mask;
-  const bool fits = size < impl::inline_end && size < in_window() && size <= limits().max_string;
-  return fits ? size : std::string_view::npos;
 }
 
 // Leaves the content of a string as what comes next.
@@ -215,58 +184,37 @@ void BinaryReader::check_text(std::string_view text, const StringHead& head) con
                   head.at);
 }
 
-void BinaryReader::get_string(std::string& text) {
-  if (const std::size_t size = short_text(); size != std::string_view::npos) {
-    const std::string_view view(reinterpret_cast<const char*>(m_cursor + 1), size);
-    if (ovcore::is_ascii(view)) {
-      text.assign(view);
-      m_cursor += 1 + size;
-      return;
-    }
-  }
+// The text lies in the window, or in `gathered`.
+std::string_view BinaryReader::read_text(std::string& gathered) {
+  std::string_view text;
+  if (impl::Window(*this).read(text)) return text;
   const StringHead head = string_head();
-  if (text_in_window(head)) {
-    const std::string_view view = window_text(head.size);
-    check_text(view, head);
-    text.assign(view);
-    m_cursor += head.size;
-    return;
+  if (!text_in_window(head)) {
+    text = gathered = gather(head);
+    check_text(text, head);
+    return text;
   }
-  std::string gathered = gather(head);
-  check_text(gathered, head);
-  text = std::move(gathered);
+  text = window_text(head.size);
+  check_text(text, head);
+  m_cursor += head.size;
+  return text;
+}
+
+void BinaryReader::get_string(std::string& text) {
+  std::string gathered;
+  const std::string_view read = read_text(gathered);
+  if (gathered.empty()) {
+    text.assign(read);
+  } else {
+    text = std::move(gathered);
+  }
 }
 
 ovcore::StringKey BinaryReader::read_string_key() {
-  if (const std::size_t size = short_text(); size != std::string_view::npos && m_keys != nullptr) {
-    const std::string_view view(reinterpret_cast<const char*>(m_cursor + 1), size);
-    if (const ovcore::StringKey* known = m_keys->find(view)) {
-      m_cursor += 1 + size;
-      return *known;
-    }
-  }
-  const StringHead head = string_head();
-  if (!text_in_window(head)) {
-    const std::string gathered = gather(head);
-    check_text(gathered, head);
-    return ovcore::StringKey(gathered);
-  }
-  const std::string_view view = window_text(head.size);
-  if (m_keys != nullptr && head.utf8) {
-    if (const ovcore::StringKey* known = m_keys->find(view)) {
-      m_cursor += head.size;
-      return *known;
-    }
-  }
-  check_text(view, head);
-  ovcore::StringKey key{ovcore::SourceString(view)};
-  m_cursor += head.size;
-  if (m_keys != nullptr && head.utf8) {
-    m_keys->remember(key);
-  } else if (++m_keys_read == keys_before_cache) {
-    m_keys.reset(new (std::nothrow) impl::KeyCache);
-  }
-  return key;
+  impl::Window window(*this);
+  if (const ovcore::StringKey* const known = window.read_name()) return *known;
+  std::string gathered;
+  return ovcore::StringKey(ovcore::SourceString(read_text(gathered)));
 }
 
 std::int64_t BinaryReader::read_time(std::uint64_t tag, int kind) {

@@ -2,17 +2,13 @@
 // The decoder of the binary form, common to `MemoryReader` and `StreamReader`.
 #pragma once
 
-#include <memory>
+#include <string>
 #include <string_view>
 
 #include "ovserialize/frame_stack.h"
 #include "ovserialize/reader.h"
 
 namespace ovserialize {
-
-namespace impl {
-class KeyCache;
-}
 
 /// Decodes from a window of memory that its derived class provides and replaces when it is used
 /// up; only then is there a virtual call beyond the one per item.
@@ -77,9 +73,6 @@ class OV_EXPORT BinaryReader : public Reader {
  private:
   class BlockStream;
 
-  // Of an unsigned item that has one.
-  static constexpr std::size_t tagged_head = 3;
-
   struct Head {
     unsigned char initial;
     std::uint8_t size;  // bytes
@@ -95,10 +88,8 @@ class OV_EXPORT BinaryReader : public Reader {
   // True when the next `size` bytes stand in the window.
   bool has(std::size_t size) { return in_window() >= size || more(size); }
   bool more(std::size_t size);
-  [[nodiscard]] bool at_tagged_unsigned() const noexcept;
   int kind_of_more(int kind);
   Head peek_head(std::size_t skipped = 0);
-  Head peek_head_slow(std::size_t skipped);
   Head read_head();
   std::uint64_t read_head_of(unsigned major, const char* reason);
   bool skip_tag(std::uint64_t tag);
@@ -106,12 +97,12 @@ class OV_EXPORT BinaryReader : public Reader {
   std::int64_t read_time(std::uint64_t tag, int kind);
   std::int64_t integer_of(const Head& head, std::uint64_t at) const;
   std::size_t block_head();
-  [[nodiscard]] std::size_t short_text() const noexcept;
   StringHead string_head();
   bool text_in_window(const StringHead& head);
   [[nodiscard]] std::string_view window_text(std::size_t size) const noexcept {
     return {reinterpret_cast<const char*>(m_cursor), size};
   }
+  std::string_view read_text(std::string& gathered);
   std::string gather(const StringHead& head);
   void check_text(std::string_view text, const StringHead& head) const;
   void open(Frame frame);
@@ -127,8 +118,6 @@ class OV_EXPORT BinaryReader : public Reader {
   [[noreturn]] void throw_range(int kind, std::uint64_t at) const;
   [[noreturn]] void throw_other(const char* expected);
 
-  const unsigned char* m_cursor = nullptr;
-  const unsigned char* m_end = nullptr;
   const unsigned char* m_window = nullptr;
   std::uint64_t m_window_offset = 0;  // of the window's first byte
   const std::size_t m_largest_fill;
@@ -138,8 +127,6 @@ class OV_EXPORT BinaryReader : public Reader {
   ovcore::RefCountPtr<BlockStream> m_block;
   std::uint64_t m_block_left = 0;
   const unsigned char* m_hidden_end = nullptr;
-  std::unique_ptr<impl::KeyCache> m_keys;
-  unsigned m_keys_read = 0;
 };
 
 }  // namespace ovserialize

@@ -9,7 +9,6 @@
 #include "ovcore/exception.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/impl/decode.h"
-#include "ovserialize/impl/key_cache.h"
 #include "ovserialize/impl/raise.h"
 
 namespace ovserialize {

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <memory>
 #include <string>
 
 #include "ovcore/export.h"
@@ -18,6 +20,11 @@
 #include "ovserialize/memory_list.h"
 
 namespace ovserialize {
+
+namespace impl {
+class KnownNames;
+class Window;
+}  // namespace impl
 
 /// Reads one item after another. Used by one thread.
 ///
@@ -61,7 +68,7 @@ class OV_EXPORT Reader {
 
   /// Raises `ovserialize_reader_size`.
   Reader& operator>>(std::string& text) { return get_string(text), *this; }
-  /// A string item, interned. A name that was read before costs no copy.
+  /// A string item, interned. A name that is interned already costs no copy.
   /// Raises `ovserialize_reader_size`.
   [[nodiscard]] virtual ovcore::StringKey read_string_key() = 0;
 
@@ -102,7 +109,7 @@ class OV_EXPORT Reader {
   [[nodiscard]] const Limits& limits() const noexcept { return m_limits; }
 
  protected:
-  explicit Reader(const Limits& limits) noexcept : m_limits(limits) {}
+  explicit Reader(const Limits& limits) noexcept;
 
   virtual bool get_boolean() = 0;
   virtual std::int64_t get_integer(std::int64_t min, std::int64_t max) = 0;
@@ -114,6 +121,9 @@ class OV_EXPORT Reader {
   virtual ovcore::Uuid get_uuid() = 0;
 
  private:
+  friend class BinaryReader;
+  friend impl::Window;
+
   template <class I>
   Reader& read_integer(I& value) {
     value =
@@ -127,6 +137,11 @@ class OV_EXPORT Reader {
   }
 
   const Limits m_limits;
+  // What is in memory of the binary form, from the next item on; empty for other forms.
+  const unsigned char* m_cursor = nullptr;
+  const unsigned char* m_end = nullptr;
+  std::unique_ptr<impl::KnownNames> m_names;  // those that were read
+  unsigned m_windows = 0;                     // that use them
 };
 
 }  // namespace ovserialize
