@@ -182,12 +182,11 @@ AttributeNamePackage::Ptr AttributeNameDecoder::known_package(const PackageRef& 
 }
 
 AttributeName AttributeNameDecoder::name_of(std::uint64_t token) const {
+  if (const AttributeName* const name = find_in_last(token)) return *name;
   // The last range that begins at the token or before: those before it end there.
-  auto behind = m_refs.end();
-  if (behind != m_refs.begin() && token < m_refs.back().base) {
-    behind = std::upper_bound(m_refs.begin(), behind, token,
-                              [](std::uint64_t t, const PackageRef& ref) { return t < ref.base; });
-  }
+  const auto behind =
+      std::upper_bound(m_refs.begin(), m_refs.end(), token,
+                       [](std::uint64_t t, const PackageRef& ref) { return t < ref.base; });
   if (behind != m_refs.begin()) {
     const PackageRef& ref = *std::prev(behind);
     const std::uint64_t position = token - ref.base;

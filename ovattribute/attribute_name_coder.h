@@ -18,6 +18,10 @@
 
 namespace ovattribute {
 
+namespace impl {
+class ValueReading;
+}
+
 /// Writes names. The order of the virtual operations is fixed; implementations are not destroyed
 /// through the interface. What an implementation remembers of a stream goes back with the stream
 /// when a value fails: see `ovserialize::Rewindable`.
@@ -144,8 +148,17 @@ class OV_EXPORT AttributeNameDecoder final : public IAttributeNameDecoder {
     ovcore::Uuid id;
   };
 
+  friend impl::ValueReading;
+
   void read_package_ref(ovserialize::Reader& reader, std::vector<PackageRef>& refs) const;
   [[nodiscard]] AttributeNamePackage::Ptr known_package(const PackageRef& ref) const;
+  /// The name of a number in the range that was read last, held by its package; null for any other.
+  [[nodiscard]] const AttributeName* find_in_last(std::uint64_t token) const noexcept {
+    if (m_refs.empty()) return nullptr;
+    const PackageRef& ref = m_refs.back();
+    const std::uint64_t position = token - ref.base;
+    return position < ref.count && ref.package ? ref.package->begin() + position : nullptr;
+  }
   [[nodiscard]] AttributeName name_of(std::uint64_t token) const;
 
   PackageSetPtr m_package_set;

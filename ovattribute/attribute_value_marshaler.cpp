@@ -19,6 +19,7 @@ namespace ovattribute {
 namespace {
 
 using MapHolder = AttributeMapBase::MapHolder;
+using impl::ValueReading;
 using ovserialize::Reader;
 using ovserialize::Savepoint;
 using ovserialize::Writer;
@@ -29,13 +30,6 @@ impl::ValueWriting<impl::PlainNameWriter> writing(Writer& writer) noexcept {
 impl::ValueWriting<AttributeNameEncoderFunctor> writing(Writer& writer,
                                                         IAttributeNameEncoder& encoder) noexcept {
   return {writer, AttributeNameEncoderFunctor(encoder)};
-}
-impl::ValueReading<impl::PlainNameReader> reading(Reader& reader) noexcept {
-  return {reader, impl::PlainNameReader()};
-}
-impl::ValueReading<AttributeNameDecoderFunctor> reading(Reader& reader,
-                                                        IAttributeNameDecoder& decoder) noexcept {
-  return {reader, AttributeNameDecoderFunctor(decoder)};
 }
 
 }  // namespace
@@ -50,23 +44,23 @@ void write_attribute_value(Writer& writer, IAttributeNameEncoder& encoder,
 }
 
 void read_attribute_value(Reader& reader, AttributeValue& value) {
-  value = reading(reader).read();
+  value = ValueReading(reader).read();
 }
 
 void read_attribute_value(Reader& reader, IAttributeNameDecoder& decoder, AttributeValue& value) {
-  value = reading(reader, decoder).read();
+  value = ValueReading(reader, decoder).read();
 }
 
 AttributeValue read_attribute_value(Reader& reader) {
-  return reading(reader).read();
+  return ValueReading(reader).read();
 }
 
 AttributeValue read_attribute_value(Reader& reader, IAttributeNameDecoder& decoder) {
-  return reading(reader, decoder).read();
+  return ValueReading(reader, decoder).read();
 }
 
 AttributeValue impl::read_nested_value(Reader& reader, std::size_t level) {
-  return ValueReading(reader, PlainNameReader(), level).read();
+  return ValueReading(reader, level).read();
 }
 
 void impl::write_nested_value(Writer& writer, const AttributeValue& value, std::size_t level) {
@@ -156,11 +150,11 @@ Reader& operator>>(Reader& reader, Attribute& attribute) {
 }
 
 MapHolder::MapHolder(Reader& reader) {
-  reading(reader).read_entries(map);
+  ValueReading(reader).read_entries(map);
 }
 
 MapHolder::MapHolder(Reader& reader, IAttributeNameDecoder& decoder) {
-  reading(reader, decoder).read_entries(map);
+  ValueReading(reader, decoder).read_entries(map);
 }
 
 void MapHolder::write(Writer& writer) const {
@@ -192,17 +186,17 @@ void AttributeMapBase::write_element_aux(Writer& writer, IAttributeNameEncoder& 
   whole.commit();
 }
 
-AttributeMap::AttributeMap(Reader& reader) : AttributeMap(reading(reader).read_map()) {}
+AttributeMap::AttributeMap(Reader& reader) : AttributeMap(ValueReading(reader).read_map()) {}
 
 AttributeMap::AttributeMap(Reader& reader, IAttributeNameDecoder& decoder)
-    : AttributeMap(reading(reader, decoder).read_map()) {}
+    : AttributeMap(ValueReading(reader, decoder).read_map()) {}
 
 void MutableAttributeMap::read(Reader& reader) {
-  m_pImpl = reading(reader).read_map();
+  m_pImpl = ValueReading(reader).read_map();
 }
 
 void MutableAttributeMap::read(Reader& reader, IAttributeNameDecoder& decoder) {
-  m_pImpl = reading(reader, decoder).read_map();
+  m_pImpl = ValueReading(reader, decoder).read_map();
 }
 
 Writer& operator<<(Writer& writer, const AttributeMapBase& map) {

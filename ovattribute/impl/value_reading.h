@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The reading of values, common to all ways of reading names.
+// The reading of values.
 #pragma once
 
 #include <algorithm>
@@ -8,11 +8,15 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "ovattribute/attribute_map.h"
+#include "ovattribute/attribute_name_coder.h"
 #include "ovattribute/binary_value.h"
+#include "ovattribute/impl/entry_rows.h"
 #include "ovattribute/impl/map_access.h"
 #include "ovattribute/impl/string_maker.h"
 #include "ovattribute/impl/type_tag.h"
@@ -21,8 +25,10 @@
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
 #include "ovcore/error_composer.h"
+#include "ovcore/string_key.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/error_info_stream.h"
+#include "ovserialize/impl/window.h"
 #include "ovserialize/item_kind.h"
 #include "ovserialize/reader.h"
 #include "ovserialize/simple_date_time_stream.h"
@@ -30,73 +36,134 @@
 
 namespace ovattribute::impl {
 
-struct PlainNameReader {
-  AttributeName operator()(ovserialize::Reader& reader) const { return reader.read_string_key(); }
-};
-
 /// Reads one value or map with everything inside. `level`: the maps around it.
-template <class ReadName>
 class ValueReading {
-  using Holder = ovcore::RefCountPtr<AttributeMapBase::MapHolder>;
+  using Holder = MapAccess::Holder;
   template <class T>
   using Elements = std::unique_ptr<RefCountedValueImpl<T>>;
 
  public:
-  ValueReading(ovserialize::Reader& reader, ReadName read_name, std::size_t level = 0) noexcept
-      : m_reader(reader), m_read_name(read_name), m_level(level) {}
+  explicit ValueReading(ovserialize::Reader& reader, std::size_t level = 0) noexcept
+      : m_reader(reader), m_window(reader), m_level(level) {}
+  ValueReading(ovserialize::Reader& reader, IAttributeNameDecoder& decoder) noexcept
+      : ValueReading(reader) {
+    m_decoder = &decoder;
+    if (typeid(decoder) == typeid(AttributeNameDecoder)) {
+      m_known_decoder = static_cast<AttributeNameDecoder*>(&decoder);
+    }
+  }
 
   AttributeValue read() { return ValueAccess::adopt(read_storage()); }
 
   [[gnu::noinline]] Holder read_map() {
-    const std::uint64_t count = begin_map();
-    const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(count, first_room));
-    auto holder = AttributeMapBase::MapHolder::make(room);
-    read_entries(holder->map, count, room);
-    MapAccess::trim(holder);
-    return holder;
+    const std::size_t first = read_rows();
+    const bool take_names = first == 0 && m_decoder == nullptr && m_window.end_first_map();
+    return m_rows.take_map(first, take_names);
   }
 
-  void read_entries(AttributeMapBase::Map& map) {
-    const std::uint64_t count = begin_map();
-    read_entries(map, count, make_room(map, count, first_room));
-  }
+  void read_entries(AttributeMapBase::Map& map) { m_rows.move_to(map, read_rows()); }
 
  private:
   // Maps within maps recurse over `read_map` and `read_maps`, whose frames are all that a level
   // takes of the stack: what needs more of it stands in functions that are not inlined, and those
   // between the two end in a jump to the next. The caller gets a reference to what they return.
-  ValueBase* read_storage() {
-    const int kind = m_reader.item_kind();
-    return is_native(kind) ? read_native(kind) : read_tagged();
-  }
 
-  std::uint64_t begin_map() {
+  /// Adds the entries of a map to the rows; returns the number of those before.
+  std::size_t read_rows() {
     if (++m_level > m_limit) throw_too_deep();
-    return m_reader.begin_sequence();
-  }
-
-  [[gnu::always_inline]] void read_entries(AttributeMapBase::Map& map, std::uint64_t count,
-                                           std::size_t room) {
-    while (m_reader.has_next_element()) {
-      if (map.size() == room) room = make_room(map, count, 4 * room + 8);
-      AttributeName name = m_read_name(m_reader);
-      AttributeValue value = read();
-      add_entry(map, name, value);
+    const bool counted = m_reader.begin_sequence() != 1;
+    const std::size_t first = m_rows.begin_map();
+    while (has_element(counted)) {
+      m_rows.push(*read_name());
+      m_rows.set_value(read_storage());
     }
     --m_level;
+    return first;
   }
 
-  [[gnu::noinline]] static void add_entry(AttributeMapBase::Map& map, AttributeName& name,
-                                          AttributeValue& value) {
-    map.add_new(std::move(name), std::move(value));
+  bool has_element(bool counted) {
+    return (counted && m_window.has_element()) || m_reader.has_next_element();
+  }
+
+  /// The name is held by its package or by the window.
+  [[gnu::noinline]] const ovcore::StringKey* read_name() {
+    if (std::uint64_t token; m_known_decoder != nullptr && m_window.read_unsigned(token)) {
+      const AttributeName* const name = m_known_decoder->find_in_last(token);
+      return name != nullptr ? &name->key() : name_of(token);
+    }
+    return m_decoder == m_known_decoder ? read_text_name() : read_other_name();
+  }
+  [[gnu::noinline]] const ovcore::StringKey* read_text_name() {
+    const ovcore::StringKey* const name = m_window.read_name();
+    return name != nullptr ? name : read_other_name();
+  }
+  [[gnu::noinline]] const ovcore::StringKey* name_of(std::uint64_t token) {
+    return hold(m_known_decoder->name_of(token));
+  }
+  /// What does not stand whole in the window, is neither a text nor a number, or is an error.
+  [[gnu::noinline]] const ovcore::StringKey* read_other_name() {
+    return hold(m_decoder != nullptr ? m_decoder->read_attribute_name(m_reader)
+                                     : AttributeName(m_reader.read_string_key()));
+  }
+  const ovcore::StringKey* hold(const AttributeName& name) { return &m_window.hold(name.key()); }
+
+  [[gnu::noinline]] ValueBase* read_storage() {
+    const int kind = m_window.kind();
+    return kind != ovserialize::item_none ? read_item(kind) : read_item_ahead();
+  }
+  /// Of a kind that more than the first byte tells.
+  [[gnu::noinline]] ValueBase* read_item_ahead() { return read_item(m_reader.item_kind()); }
+  [[gnu::always_inline]] ValueBase* read_item(int kind) {
+    switch (kind) {
+      case ovserialize::item_null:
+        return read_null();
+      case ovserialize::item_boolean:
+        return read_scalar<bool>();
+      case ovserialize::item_integer:
+        return read_scalar<long long>();
+      case ovserialize::item_double:
+        return read_scalar<double>();
+      case ovserialize::item_string:
+        return read_string();
+      case ovserialize::item_absolute_time:
+        return read_scalar<ovcore::AbsoluteTime>();
+      case ovserialize::item_relative_time:
+        return read_scalar<ovcore::RelativeTime>();
+      case ovserialize::item_uuid:
+        return read_scalar<ovcore::Uuid>();
+      case ovserialize::item_binary:
+        return read_scalar<BinaryValue>();
+      default:
+        return read_tagged();
+    }
+  }
+  [[gnu::noinline]] ValueBase* read_null() {
+    m_reader.read_null();
+    return null_storage();
+  }
+  [[gnu::noinline]] ValueBase* read_string() {
+    std::string_view text;
+    return m_window.read(text) ? m_strings.make(text) : m_strings.make(read_element<std::string>());
+  }
+  template <class T>
+  ValueBase* read_scalar() {
+    if constexpr (std::is_arithmetic_v<T>) {
+      if (T value; m_window.read(value)) return storage_of(value);
+    }
+    return read_other_scalar<T>();
+  }
+  template <class T>
+  [[gnu::noinline]] ValueBase* read_other_scalar() {
+    return storage_of(read_element<T>());
   }
 
   [[gnu::noinline]] ValueBase* read_maps() {
     const std::uint64_t count = m_reader.begin_sequence();
+    const bool counted = count != 1;
     const std::size_t reserved = count > 1 ? to_reserve<AttributeMap>(count) : 0;
     Elements<AttributeMap> list = count > 1 ? make_list<AttributeMap>(reserved) : nullptr;
     Holder only;
-    while (m_reader.has_next_element()) {
+    while (has_element(counted)) {
       Holder map = read_map();
       if (list == nullptr && only == nullptr) {
         only.swap(map);
@@ -126,48 +193,11 @@ class ValueReading {
 
   // Elements that are believed from an announced count.
   static constexpr std::size_t max_reserve = 4096;
-  // As many entries cost no more than a small map does anyway.
-  static constexpr std::size_t first_room = 6;
 
   template <class T>
   static ValueBase* storage_of(T&& element) {
     using Stored = std::remove_cvref_t<T>;
     return ValueFactory<Stored>::create_value(std::forward<T>(element));
-  }
-
-  template <class T>
-  ValueBase* read_scalar() {
-    return storage_of(read_element<T>());
-  }
-
-  static bool is_native(int kind) noexcept {
-    return kind >= ovserialize::item_null && kind <= ovserialize::item_binary &&
-           kind != ovserialize::item_unsigned;
-  }
-
-  /// Of an item that says its type.
-  [[gnu::noinline]] ValueBase* read_native(int kind) {
-    switch (kind) {
-      case ovserialize::item_boolean:
-        return read_scalar<bool>();
-      case ovserialize::item_integer:
-        return read_scalar<long long>();
-      case ovserialize::item_double:
-        return read_scalar<double>();
-      case ovserialize::item_string:
-        return m_strings.make(read_element<std::string>());
-      case ovserialize::item_absolute_time:
-        return read_scalar<ovcore::AbsoluteTime>();
-      case ovserialize::item_relative_time:
-        return read_scalar<ovcore::RelativeTime>();
-      case ovserialize::item_uuid:
-        return read_scalar<ovcore::Uuid>();
-      case ovserialize::item_binary:
-        return read_scalar<BinaryValue>();
-      default:
-        m_reader.read_null();
-        return null_storage();
-    }
   }
 
   [[gnu::noinline]] ValueBase* read_tagged() {
@@ -176,15 +206,7 @@ class ValueReading {
   }
 
   /// What follows the tag of another type than maps.
-  [[gnu::noinline]] ValueBase* read_flat(ValueTypeId::EId type) {
-    return visit_type(type, [this]<class T>(std::type_identity<T>) -> ValueBase* {
-      if constexpr (std::same_as<T, NullValueType> || std::same_as<T, AttributeMap>) {
-        return null_storage();
-      } else {
-        return this->read_elements<T>();
-      }
-    });
-  }
+  ValueBase* read_flat(ValueTypeId::EId type);
 
   template <class T>
   [[gnu::noinline]] ValueBase* read_elements() {
@@ -204,7 +226,7 @@ class ValueReading {
   template <class T>
   ValueBase* read_list(std::uint64_t count) {
     Elements<T> list = make_list<T>(to_reserve<T>(count));
-    while (m_reader.has_next_element())
+    while (has_element(true))
       list->push_back(read_element<T>());
     return finish(std::move(list));
   }
@@ -248,14 +270,6 @@ class ValueReading {
     return reserved;
   }
 
-  /// Returns the number of entries that now have room in one piece.
-  [[gnu::noinline]] static std::size_t make_room(AttributeMapBase::Map& map, std::uint64_t count,
-                                                 std::size_t wanted) {
-    const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(count, wanted));
-    if (room > map.size()) map.reserve(room);
-    return room;
-  }
-
   template <class T>
   T read_element() {
     if constexpr (std::same_as<T, BinaryValue>) {
@@ -276,6 +290,9 @@ class ValueReading {
       return ovserialize::read_error_info(m_reader);
     } else {
       T element{};
+      if constexpr (std::is_arithmetic_v<T>) {
+        if (m_window.read(element)) return element;
+      }
       m_reader >> element;
       return element;
     }
@@ -291,11 +308,25 @@ class ValueReading {
   }
 
   ovserialize::Reader& m_reader;
-  const ReadName m_read_name;
+  ovserialize::impl::Window m_window;
+  IAttributeNameDecoder* m_decoder = nullptr;             // null where names are texts
+  const AttributeNameDecoder* m_known_decoder = nullptr;  // the same, if it is of this class
   std::size_t m_level;
   const std::size_t m_limit = nesting_limit();
   std::size_t m_reservable = 2 * max_reserve;  // elements of lists of maps
+  EntryRows m_rows;
   StringMaker m_strings;
 };
+
+// Behind the class, since clang 14 calls no templates of an unfinished one from a generic lambda.
+inline ValueBase* ValueReading::read_flat(ValueTypeId::EId type) {
+  return visit_type(type, [this]<class T>(std::type_identity<T>) -> ValueBase* {
+    if constexpr (std::same_as<T, NullValueType> || std::same_as<T, AttributeMap>) {
+      return null_storage();
+    } else {
+      return this->read_elements<T>();
+    }
+  });
+}
 
 }  // namespace ovattribute::impl

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <random>
 #include <sstream>
@@ -12,6 +13,7 @@
 #include "ovattribute/attribute.h"
 #include "ovattribute/attribute_map.h"
 #include "ovattribute/attribute_name_coder.h"
+#include "ovattribute/attribute_name_package.h"
 #include "ovattribute/attribute_value_marshaler.h"
 #include "ovattribute/binary_value.h"
 #include "ovattribute/error_codes.h"
@@ -20,6 +22,7 @@
 #include "ovattribute/secured_value.h"
 #include "ovattribute/serialized_value.h"
 #include "ovcore/error_info.h"
+#include "ovcore/read_stream.h"
 #include "ovcore/simple_date_time.h"
 #include "ovserialize/error_codes.h"
 #include "ovserialize/stream_reader.h"
@@ -320,6 +323,58 @@ TEST(Marshaler, MapsAreReadInAnyOrderOfNames) {
     for (const auto& [name, value] : first)
       EXPECT_EQ(map.query(AttributeName(name)), value);
     std::shuffle(names.begin(), names.end(), random);
+  }
+}
+
+// Names are expected where they came before: whatever comes instead must not be taken for them.
+TEST(Marshaler, MapsOfManyShapesKeepTheirNames) {
+  std::mt19937 random(1);
+  std::vector<std::string> names = {"", "\xff", "a name of more than sixteen bytes"};
+  for (int i = 0; i < 60; ++i)
+    names.push_back("name " + std::to_string(i));
+  const std::function<AttributeMap(int)> make_map = [&](int depth) {
+    MutableAttributeMap map;
+    const std::size_t first = random() % names.size();
+    for (std::size_t i = 0; i < random() % 9; ++i) {
+      const AttributeName name(names[(first + i * (1 + random() % 2)) % names.size()]);
+      if (depth > 0 && random() % 3 == 0) {
+        map.add(name, make_map(depth - 1));
+      } else {
+        map.add(name, static_cast<int>(random() % 100));
+      }
+    }
+    return AttributeMap(map);
+  };
+  AttributeNamePackage::Composer some;
+  for (std::size_t i = 0; i < names.size(); i += 2)
+    some.add(names[i]);
+  const auto packages = AttributeNamePackageSet::create(some.compose());
+  for (int round = 0; round < 20; ++round) {
+    std::vector<AttributeMap> maps;
+    for (int i = 0; i < 20; ++i)
+      maps.push_back(make_map(3));
+    maps.insert(maps.end(), maps.begin(), maps.begin() + 10);
+    AttributeNameEncoder encoder(packages);
+    const std::string texts = bytes_of([&](Writer& writer) {
+      for (const AttributeMap& map : maps)
+        writer << map;
+    });
+    const std::string coded = bytes_of([&](Writer& writer) {
+      for (const AttributeMap& map : maps)
+        map.write(writer, encoder);
+    });
+    AttributeNameDecoder decoder(packages, true);
+    ovserialize::MemoryReader reader(texts.data(), texts.size());
+    ovserialize::MemoryReader coded_reader(coded.data(), coded.size());
+    ovcore::MemoryReadStream stream(texts);
+    ovserialize::StreamReader stream_reader(stream, {}, 32);
+    for (const AttributeMap& map : maps) {
+      ASSERT_EQ(AttributeMap(reader), map);
+      ASSERT_EQ(AttributeMap(coded_reader, decoder), map);
+      ASSERT_EQ(AttributeMap(stream_reader), map);
+      const std::string alone = bytes_of([&](Writer& writer) { writer << map; });
+      ASSERT_EQ(read_from(alone, [](Reader& r) { return AttributeMap(r); }), map);
+    }
   }
 }
 
