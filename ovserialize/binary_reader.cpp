@@ -5,7 +5,7 @@
 #include <bit>
 #include <cstring>
 #include <optional>
-#include <utility>
+#include <string_view>
 
 #include "ovcore/utf8.h"
 #include "ovserialize/impl/decode.h"
@@ -150,8 +150,8 @@ double BinaryReader::get_double() {
   }
 }
 
-// Leaves the content of a string as what comes next.
-BinaryReader::StringHead BinaryReader::string_head() {
+// A string that does not stand whole in the window, is no UTF-8 or an error.
+std::string BinaryReader::read_other_string() {
   const std::uint64_t at = offset();
   if (!has(1)) throw_other(impl::kind_name(item_string));
   std::uint64_t size;
@@ -168,53 +168,25 @@ BinaryReader::StringHead BinaryReader::string_head() {
     impl::throw_reader_size({.offset = at}, item_string, size, limits().max_string,
                             binary_reader_site("ovserialize::Reader::operator>>()"));
   }
-  return {at, static_cast<std::size_t>(size), utf8};
-}
-
-bool BinaryReader::text_in_window(const StringHead& head) {
-  if (in_window() >= head.size) return true;
-  if (head.size > m_largest_fill) return false;
-  if (!has(head.size)) throw_truncated();
-  return true;
-}
-
-void BinaryReader::check_text(std::string_view text, const StringHead& head) const {
-  if (ovcore::is_utf8(text) == head.utf8) return;
-  throw_malformed(head.utf8 ? "text that is not UTF-8" : "UTF-8 behind the tag for other text",
-                  head.at);
-}
-
-// The text lies in the window, or in `gathered`.
-std::string_view BinaryReader::read_text(std::string& gathered) {
-  std::string_view text;
-  if (impl::Window(*this).read(text)) return text;
-  const StringHead head = string_head();
-  if (!text_in_window(head)) {
-    text = gathered = gather(head);
-    check_text(text, head);
-    return text;
+  std::string text = gather(static_cast<std::size_t>(size));
+  if (ovcore::is_utf8(text) != utf8) {
+    throw_malformed(utf8 ? "text that is not UTF-8" : "UTF-8 behind the tag for other text", at);
   }
-  text = window_text(head.size);
-  check_text(text, head);
-  m_cursor += head.size;
   return text;
 }
 
 void BinaryReader::get_string(std::string& text) {
-  std::string gathered;
-  const std::string_view read = read_text(gathered);
-  if (gathered.empty()) {
+  if (std::string_view read; impl::Window(*this).read(read)) {
     text.assign(read);
   } else {
-    text = std::move(gathered);
+    text = read_other_string();
   }
 }
 
 ovcore::StringKey BinaryReader::read_string_key() {
   impl::Window window(*this);
   if (const ovcore::StringKey* const known = window.read_name()) return *known;
-  std::string gathered;
-  return ovcore::StringKey(ovcore::SourceString(read_text(gathered)));
+  return ovcore::StringKey(read_other_string());
 }
 
 std::int64_t BinaryReader::read_time(std::uint64_t tag, int kind) {

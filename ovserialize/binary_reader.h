@@ -3,7 +3,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "ovserialize/frame_stack.h"
 #include "ovserialize/reader.h"
@@ -33,11 +32,11 @@ class OV_EXPORT BinaryReader : public Reader {
   [[nodiscard]] std::size_t depth() const noexcept { return m_frames.depth(); }
 
  protected:
-  /// `largest_fill`: what `fill` can be asked for at most, 32 or more.
-  BinaryReader(const Limits& limits, std::size_t largest_fill) noexcept;
+  explicit BinaryReader(const Limits& limits) noexcept;
 
-  /// Makes the next `size` bytes stand in the window, which has fewer, and keeps those it has.
-  /// Waits for no byte beyond. False when the data ends before; what is left is in the window then.
+  /// Makes the next `size` bytes, 32 at most, stand in the window, which has fewer, and keeps
+  /// those. Waits for no byte beyond. False when the data ends before; what is left is in the
+  /// window then.
   virtual bool fill(std::size_t size) = 0;
   /// Copies up to `size` of the next bytes, at least one unless the data ends; the window is empty.
   virtual std::size_t take(void* target, std::size_t size);
@@ -79,11 +78,6 @@ class OV_EXPORT BinaryReader : public Reader {
     std::uint64_t argument;
     [[nodiscard]] unsigned major() const noexcept;
   };
-  struct StringHead {
-    std::uint64_t at;
-    std::size_t size;
-    bool utf8;
-  };
 
   // True when the next `size` bytes stand in the window.
   bool has(std::size_t size) { return in_window() >= size || more(size); }
@@ -93,18 +87,11 @@ class OV_EXPORT BinaryReader : public Reader {
   Head read_head();
   std::uint64_t read_head_of(unsigned major, const char* reason);
   bool skip_tag(std::uint64_t tag);
-  std::uint64_t tagged_unsigned();
   std::int64_t read_time(std::uint64_t tag, int kind);
   std::int64_t integer_of(const Head& head, std::uint64_t at) const;
   std::size_t block_head();
-  StringHead string_head();
-  bool text_in_window(const StringHead& head);
-  [[nodiscard]] std::string_view window_text(std::size_t size) const noexcept {
-    return {reinterpret_cast<const char*>(m_cursor), size};
-  }
-  std::string_view read_text(std::string& gathered);
-  std::string gather(const StringHead& head);
-  void check_text(std::string_view text, const StringHead& head) const;
+  std::string read_other_string();
+  std::string gather(std::size_t size);
   void open(Frame frame);
 
   std::size_t read_piece(void* target, std::size_t size);
@@ -120,7 +107,6 @@ class OV_EXPORT BinaryReader : public Reader {
 
   const unsigned char* m_window = nullptr;
   std::uint64_t m_window_offset = 0;  // of the window's first byte
-  const std::size_t m_largest_fill;
   FrameStack m_frames;
   // While a block is being read through its stream, the window ends at the cursor, so that
   // whatever comes next ends up in `more`.

@@ -53,8 +53,7 @@ void BinaryReader::detach_block() noexcept {
   if (m_block) m_block->attach(nullptr, false);
 }
 
-BinaryReader::BinaryReader(const Limits& limits, std::size_t largest_fill) noexcept
-    : Reader(limits), m_largest_fill(largest_fill) {}
+BinaryReader::BinaryReader(const Limits& limits) noexcept : Reader(limits) {}
 
 BinaryReader::~BinaryReader() {
   detach_block();
@@ -162,14 +161,13 @@ std::size_t BinaryReader::read_piece(void* target, std::size_t size) {
 }
 
 // Takes memory only as the bytes come in.
-std::string BinaryReader::gather(const StringHead& head) {
+std::string BinaryReader::gather(std::size_t size) {
   std::string text;
-  while (text.size() < head.size) {
+  while (text.size() < size) {
     const std::size_t before = text.size();
     const std::size_t in_memory =
-        static_cast<std::size_t>(std::min<std::uint64_t>(available(), head.size));
-    const std::size_t piece =
-        std::min(head.size - before, std::max({before, in_memory, first_piece}));
+        static_cast<std::size_t>(std::min<std::uint64_t>(available(), size));
+    const std::size_t piece = std::min(size - before, std::max({before, in_memory, first_piece}));
     text.resize(before + piece);
     read_bytes(text.data() + before, piece);
   }

@@ -16,16 +16,12 @@ constexpr std::size_t shared_part = 4;
 
 MemoryReader::MemoryReader(ovcore::RefCountPtr<const MemoryList> list,
                            const Limits& limits) noexcept
-    : BinaryReader(limits, edge_size),
-      m_list(std::move(list)),
-      m_beyond(m_list ? m_list->size() : 0) {
+    : BinaryReader(limits), m_list(std::move(list)), m_beyond(m_list ? m_list->size() : 0) {
   fill(1);
 }
 
 MemoryReader::MemoryReader(const void* data, std::size_t size, const Limits& limits) noexcept
-    : BinaryReader(limits, edge_size),
-      m_data(static_cast<const unsigned char*>(data), size),
-      m_beyond(0) {
+    : BinaryReader(limits), m_data(static_cast<const unsigned char*>(data), size), m_beyond(0) {
   set_window(m_data.data(), size, 0);
 }
 

@@ -13,7 +13,7 @@ constexpr std::size_t smallest_buffer = 32;
 
 StreamReader::StreamReader(ovcore::IReadStream& source, const Limits& limits,
                            std::size_t buffer_size)
-    : BinaryReader(limits, std::max(buffer_size, smallest_buffer)),
+    : BinaryReader(limits),
       m_source(&source),
       m_buffer_size(std::max(buffer_size, smallest_buffer)),
       m_buffer(new unsigned char[m_buffer_size]) {
