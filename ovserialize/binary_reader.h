@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "ovserialize/frame_stack.h"
 #include "ovserialize/reader.h"
 
 namespace ovserialize {
@@ -27,9 +26,6 @@ class OV_EXPORT BinaryReader : public Reader {
   bool has_next_element() final;
   void begin_structure() final;
   void end_structure() final;
-
-  /// Sequences and structures that are open.
-  [[nodiscard]] std::size_t depth() const noexcept { return m_frames.depth(); }
 
  protected:
   explicit BinaryReader(const Limits& limits) noexcept;
@@ -107,7 +103,6 @@ class OV_EXPORT BinaryReader : public Reader {
 
   const unsigned char* m_window = nullptr;
   std::uint64_t m_window_offset = 0;  // of the window's first byte
-  FrameStack m_frames;
   // While a block is being read through its stream, the window ends at the cursor, so that
   // whatever comes next ends up in `more`.
   ovcore::RefCountPtr<BlockStream> m_block;

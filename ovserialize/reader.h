@@ -15,6 +15,7 @@
 #include "ovcore/string_key.h"
 #include "ovcore/time.h"
 #include "ovcore/uuid.h"
+#include "ovserialize/frame_stack.h"
 #include "ovserialize/item_kind.h"
 #include "ovserialize/limits.h"
 #include "ovserialize/memory_list.h"
@@ -106,6 +107,8 @@ class OV_EXPORT Reader {
   /// `ovserialize_reader_kind` when items of it are left.
   virtual void end_structure() = 0;
 
+  /// Sequences and structures that are open.
+  [[nodiscard]] std::size_t depth() const noexcept { return m_frames.depth(); }
   [[nodiscard]] const Limits& limits() const noexcept { return m_limits; }
 
  protected:
@@ -122,6 +125,7 @@ class OV_EXPORT Reader {
 
  private:
   friend class BinaryReader;
+  friend class TextReader;
   friend impl::Window;
 
   template <class I>
@@ -137,6 +141,7 @@ class OV_EXPORT Reader {
   }
 
   const Limits m_limits;
+  FrameStack m_frames;
   // What is in memory of the binary form, from the next item on; empty for other forms.
   const unsigned char* m_cursor = nullptr;
   const unsigned char* m_end = nullptr;

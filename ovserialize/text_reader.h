@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 
-#include "ovserialize/frame_stack.h"
 #include "ovserialize/reader.h"
 
 namespace ovserialize {
@@ -39,9 +38,6 @@ class OV_EXPORT TextReader final : public Reader {
   void begin_structure() override;
   void end_structure() override;
 
-  /// Sequences and structures that are open.
-  [[nodiscard]] std::size_t depth() const noexcept { return m_frames.depth(); }
-
  private:
   bool get_boolean() override;
   std::int64_t get_integer(std::int64_t min, std::int64_t max) override;
@@ -61,7 +57,6 @@ class OV_EXPORT TextReader final : public Reader {
   [[noreturn]] void throw_other(const char* expected);
 
   const std::unique_ptr<impl::TextTokens> m_tokens;
-  FrameStack m_frames;
 };
 
 }  // namespace ovserialize

@@ -71,7 +71,7 @@ class ValueReading {
   /// Adds the entries of a map to the rows; returns the number of those before.
   std::size_t read_rows() {
     if (++m_level > m_limit) throw_too_deep();
-    const bool counted = m_reader.begin_sequence() != 1;
+    const bool counted = begin_sequence() != 1;
     const std::size_t first = m_rows.begin_map();
     while (has_element(counted)) {
       m_rows.push(*read_name());
@@ -81,8 +81,14 @@ class ValueReading {
     return first;
   }
 
+  std::uint64_t begin_sequence() {
+    std::uint64_t count;
+    return m_window.begin_sequence(count) ? count : m_reader.begin_sequence();
+  }
+  /// `counted`: in a sequence that was not announced with 1.
   bool has_element(bool counted) {
-    return (counted && m_window.has_element()) || m_reader.has_next_element();
+    if (counted && m_window.has_element()) return true;
+    return !(counted && m_window.end_sequence()) && m_reader.has_next_element();
   }
 
   /// The name is held by its package or by the window.
@@ -158,7 +164,7 @@ class ValueReading {
   }
 
   [[gnu::noinline]] ValueBase* read_maps() {
-    const std::uint64_t count = m_reader.begin_sequence();
+    const std::uint64_t count = begin_sequence();
     const bool counted = count != 1;
     const std::size_t reserved = count > 1 ? to_reserve<AttributeMap>(count) : 0;
     Elements<AttributeMap> list = count > 1 ? make_list<AttributeMap>(reserved) : nullptr;

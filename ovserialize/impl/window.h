@@ -38,7 +38,29 @@ class Window {
     const int kind = empty() ? int{item_none} : kinds[*at()];
     return kind < kind_of_simple ? kind : int{item_none};
   }
-  /// Whether an element follows in a sequence that was not announced with 1.
+  /// Opens a sequence that was not announced with 1.
+  bool begin_sequence(std::uint64_t& count) {
+    FrameStack& frames = m_reader.m_frames;
+    if (left() < 2 || *at() != byte_sequence || frames.depth() >= m_reader.limits().max_depth) {
+      return false;
+    }
+    const unsigned char* const head = at() + 1;
+    if ((*head & major_mask) != major_positive || !peek_argument(head, count) || count == 1) {
+      return false;
+    }
+    frames.reserve();
+    frames.push(Frame::counted);
+    return go_to(head + head_size(*head));
+  }
+  /// Closes such a sequence.
+  bool end_sequence() noexcept {
+    if (empty() || *at() != byte_sequence_end || m_reader.m_frames.top() != Frame::counted) {
+      return false;
+    }
+    m_reader.m_frames.pop();
+    return go_to(at() + 1);
+  }
+  /// Whether an element follows in such a sequence.
   [[nodiscard]] bool has_element() const noexcept {
     return !empty() && *at() != byte_sequence_end && *at() != byte_structure_end;
   }
