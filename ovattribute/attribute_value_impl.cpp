@@ -250,7 +250,11 @@ RefCountedValueImpl<T>::~RefCountedValueImpl() {
 
 template <class T>
 void RefCountedValueImpl<T>::release() noexcept {
-  if (!m_refs.decrement()) return;
+  if (m_refs.decrement()) destroy();
+}
+
+template <class T>
+void RefCountedValueImpl<T>::destroy() noexcept {
   const std::size_t offset = m_refs.kept();
   if (offset == 0) {
     delete this;

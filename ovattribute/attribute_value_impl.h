@@ -312,6 +312,7 @@ class OV_EXPORT RefCountedValueImpl final : public TypedValue<T> {
   std::size_t capacity() noexcept { return outside() == nullptr ? 1 : *outside(); }
   void relocate(std::size_t capacity);
   void remove_all() noexcept;
+  [[gnu::noinline]] void destroy() noexcept;
 
   ovcore::AtomicRefCount m_refs;  // keeps the offset in the block
   alignas(T) std::byte m_local[sizeof(T)];

@@ -16,41 +16,38 @@
 
 namespace ovcore {
 
-/// A reference count that starts at one, and 16 bits that its owner keeps there for good. The other
-/// 48 cannot overflow: every reference is a pointer somewhere in the 47 bits of address space.
+/// A reference count that starts at one, above 16 bits that its owner keeps there for good. Its 48
+/// bits cannot overflow: each reference is a pointer in memory, whose addresses have 47 bits.
 class AtomicRefCount {
  public:
   constexpr AtomicRefCount() noexcept = default;
   explicit constexpr AtomicRefCount(std::uint64_t count, std::uint16_t kept = 0) noexcept
-      : m_word(count | std::uint64_t{kept} << count_bits) {}
+      : m_word(count * one + kept) {}
   AtomicRefCount(const AtomicRefCount&) = delete;
   AtomicRefCount& operator=(const AtomicRefCount&) = delete;
 
   [[nodiscard]] std::uint16_t kept() const noexcept {
-    return static_cast<std::uint16_t>(m_word.load(std::memory_order_relaxed) >> count_bits);
+    return static_cast<std::uint16_t>(m_word.load(std::memory_order_relaxed));
   }
-  void increment() noexcept { m_word.fetch_add(1, std::memory_order_relaxed); }
+  void increment() noexcept { m_word.fetch_add(one, std::memory_order_relaxed); }
 
   /// True when the count reached zero: the caller now owns the object alone.
   [[nodiscard]] bool decrement() noexcept {
     // The only holder needs no atomic write: nobody else is left who could change the count.
     if (has_unique_ref()) return true;
-    return is_one(m_word.fetch_sub(1, std::memory_order_acq_rel));
+    return m_word.fetch_sub(one, std::memory_order_acq_rel) < 2 * one;
   }
 
   /// True when the caller holds the only reference. Acquires what other holders did before they
   /// let go, so that the object may then be changed in place.
   [[nodiscard]] bool has_unique_ref() const noexcept {
-    return is_one(m_word.load(std::memory_order_acquire));
+    return m_word.load(std::memory_order_acquire) < 2 * one;
   }
 
  private:
-  static constexpr int count_bits = 48;
-  static constexpr bool is_one(std::uint64_t word) noexcept {
-    return word << (64 - count_bits) == std::uint64_t{1} << (64 - count_bits);
-  }
+  static constexpr std::uint64_t one = 1 << 16;
 
-  std::atomic<std::uint64_t> m_word{1};
+  std::atomic<std::uint64_t> m_word{one};
 };
 
 /// Base of objects that are shared through `RefCountPtr`. A new object has one reference.
