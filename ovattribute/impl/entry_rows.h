@@ -34,9 +34,7 @@ class EntryRows {
   }
 
   /// Adds an entry whose value is Null. `name` must outlive the row.
-  void push(const ovcore::StringKey& name) {
-    m_rows.push_back({&name, null_storage()});
-  }
+  void push(const ovcore::StringKey& name) { m_rows.push_back({&name, null_storage()}); }
   /// Gives the last entry its value, of which a reference is handed over.
   void set_value(ValueBase* value) noexcept { m_rows.back().value = value; }
 
