@@ -191,12 +191,8 @@ class OrderedMap {
     const std::pair<Node*, bool> added = add(std::forward<K>(key), std::forward<Args>(value)...);
     return {iterator(added.first), added.second};
   }
-  /// The same for those who need no iterator: the map may lend its entries afterwards.
-  template <class K, class... Args>
-  bool add_new(K&& key, Args&&... value) {
-    return add(std::forward<K>(key), std::forward<Args>(value)...).second;
-  }
   /// Sets a key to a value, and the value to what the key had or to what is left after a move.
+  /// Gives no iterator out, so the map may lend its entries afterwards.
   template <class K>
   void set(K&& key, Value& value);
 
